@@ -1,0 +1,1 @@
+// Unit-test support on the plug-in's internals (see FakeHam.h).
