@@ -1,0 +1,32 @@
+// The name-to-factory registries. A name in the topology ("ham") or in an
+// object's JSON ("driver") becomes code only through these tables, which are
+// filled here at load time and never change afterwards.
+#include "Zanty.h"
+
+namespace Drivers {
+namespace {
+
+std::map<std::string, DriverFactory> driverRows() {
+  std::map<std::string, DriverFactory> rows = {
+  };
+  if (addExtraDriverRows != nullptr) {
+    addExtraDriverRows(rows);
+  }
+  return rows;
+}
+
+}  // namespace
+
+const std::map<std::string, DriverFactory> drivers = driverRows();
+
+}  // namespace Drivers
+
+namespace Ham {
+
+const std::map<std::string, HamFactory> hams = {
+};
+
+const std::map<std::string, IpmiHamFactory> ipmiHams = {
+};
+
+}  // namespace Ham
