@@ -3,11 +3,15 @@
 // filled here at load time and never change afterwards.
 #include "Zanty.h"
 
+#include "Drivers/Dummy.h"
+
 namespace Drivers {
 namespace {
 
 std::map<std::string, DriverFactory> driverRows() {
   std::map<std::string, DriverFactory> rows = {
+      {"Dummy", Dummy::create},
+      {"GpioDriver", Dummy::create},
   };
   if (addExtraDriverRows != nullptr) {
     addExtraDriverRows(rows);

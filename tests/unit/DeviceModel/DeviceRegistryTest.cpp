@@ -1,0 +1,259 @@
+// Creation, registration by uid and reuse of devices; multi-devices.
+#include <malloc.h>
+
+#include <algorithm>
+#include <functional>
+#include <utility>
+#include <vector>
+
+#include "Components/Gpio.h"
+#include "DeviceModelSupport.h"
+#include "FakeHam.h"
+#include "Keldo.h"
+#include "KeldoUtil/NotImplementedException.h"
+#include "Topology.h"
+#include "Zanty.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/allocator_interface.h>
+#endif
+
+using Component::DeviceBase;
+using Component::HardwareDevice;
+using Component::MultiDevice;
+using DeviceModelTest::object;
+
+namespace {
+
+// What a driver saw when its init() ran.
+struct InitView {
+  Ham::Ham* ham = nullptr;
+  int driverNameCalls = -1;
+  int expectedCalls = -1;
+  bool registered = true;
+};
+
+Ham::Ham* hamGivenToFactory = nullptr;
+
+class RecordingDevice : public HardwareDevice {
+ public:
+  using HardwareDevice::HardwareDevice;
+  Utils::ExpectedValues* expectedValues() override { return &table; }
+  void init() override {
+    auto* fake = dynamic_cast<FakeHam*>(ham());
+    seen.ham = ham();
+    seen.driverNameCalls = fake ? fake->setDriverNameCount : -1;
+    seen.expectedCalls = fake ? fake->setExpectedCount : -1;
+    seen.registered = DeviceBase::devices.count(uid) != 0;
+  }
+
+  Utils::ExpectedValues table{{0x10, Utils::ExpectedVal(0x3f, 1)}};
+  unsigned int uid = 0;
+  InitView seen;
+};
+
+class Group : public MultiDevice {};
+
+}  // namespace
+
+void Drivers::addExtraDriverRows(std::map<std::string, DriverFactory>& rows) {
+  rows["Recorder"] = [](const DriverArgs& args, Ham::Ham* ham) -> DeviceBase* {
+    hamGivenToFactory = ham;
+    auto* device = new RecordingDevice(ham);
+    device->uid = args.uid;
+    return device;
+  };
+  rows["Refuses"] = [](const DriverArgs&, Ham::Ham* ham) -> DeviceBase* {
+    hamGivenToFactory = ham;
+    return nullptr;
+  };
+  rows["Group"] = [](const DriverArgs&, Ham::Ham* ham) -> DeviceBase* {
+    hamGivenToFactory = ham;
+    return new Group;
+  };
+}
+
+namespace {
+
+class DeviceRegistry : public DeviceModelTest::RegistryTest {
+ protected:
+  void SetUp() override {
+    RegistryTest::SetUp();
+    hamGivenToFactory = nullptr;
+  }
+  void TearDown() override {
+    Utils::simulationMode = savedSimulation_;
+    RegistryTest::TearDown();
+  }
+  void simulate(bool on) { Utils::simulationMode = on ? 1 : 0; }
+
+ private:
+  int32_t savedSimulation_ = Utils::simulationMode;
+};
+
+TEST_F(DeviceRegistry, SecondObjectWithSameUidGetsFirstDevice) {
+  Drivers::DriverArgs first, second;
+  DeviceBase* device = DeviceBase::create(object("Dummy", 7).c_str(), first);
+  ASSERT_NE(device, nullptr);
+  EXPECT_EQ(DeviceBase::create(object("Recorder", 7).c_str(), second), device);
+  EXPECT_EQ(dynamic_cast<RecordingDevice*>(device), nullptr);
+  EXPECT_EQ(FakeHost::countTrace("using previously instanciated HardwareDevice Recorder", 0), 1);
+  EXPECT_EQ(FakeHost::countTrace("creating HardwareDevice Recorder"), 0);
+  EXPECT_EQ(DeviceBase::devices.at(7), device);
+}
+
+TEST_F(DeviceRegistry, UnknownDriverRegistersNothingSoALaterObjectTriesAgain) {
+  Drivers::DriverArgs args;
+  EXPECT_EQ(DeviceBase::create(object("dummy", 8).c_str(), args), nullptr);
+  std::vector<std::string> traces = FakeHost::traceTexts(0);
+  const std::vector<std::string> expected = {"creating HardwareDevice dummy", "driver dummy not found",
+                                             "factory function returned a null object"};
+  auto from = std::find(traces.begin(), traces.end(), expected.front());
+  ASSERT_GE(traces.end() - from, 3);
+  EXPECT_EQ(std::vector<std::string>(from, from + 3), expected);
+  EXPECT_EQ(DeviceBase::devices.count(8), 0u);
+
+  Drivers::DriverArgs retry;
+  EXPECT_NE(DeviceBase::create(object("Dummy", 8).c_str(), retry), nullptr);
+}
+
+TEST_F(DeviceRegistry, UnparsableObjectIsRefused) {
+  Drivers::DriverArgs args;
+  EXPECT_EQ(DeviceBase::create("{\"did\": ", args), nullptr);
+  EXPECT_TRUE(FakeHost::hasTrace("failed to parse json object as a device", 0));
+}
+
+// The Ham is named and given the driver's table before init(), and the device
+// is registered only after init().
+TEST_F(DeviceRegistry, HamIsWiredBeforeInitAndDeviceRegisteredAfter) {
+  struct Case {
+    bool simulation;
+    std::string more;
+    std::string objectName;
+  } cases[] = {
+      {true, R"(, "name": "psu1")", "psu1"},
+      {true, "", ""},
+      {false, R"(, "name": "psu1")", ""},
+  };
+  unsigned int uid = 20;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.more + (c.simulation ? " simulated" : " on hardware"));
+    simulate(c.simulation);
+    FakeHam ham;
+    Drivers::DriverArgs args;
+    ASSERT_TRUE(args.parseJSON(object("Recorder", ++uid, c.more).c_str()));
+    auto* device = dynamic_cast<RecordingDevice*>(HardwareDevice::create(args, &ham));
+    ASSERT_NE(device, nullptr);
+    EXPECT_EQ(hamGivenToFactory, &ham);
+    EXPECT_EQ(device->seen.ham, &ham);
+    EXPECT_EQ(device->seen.driverNameCalls, 1);
+    EXPECT_EQ(device->seen.expectedCalls, 1);
+    EXPECT_FALSE(device->seen.registered);
+    EXPECT_EQ(ham.driverName, "Recorder");
+    EXPECT_EQ(ham.suffix, c.objectName);
+    EXPECT_EQ(ham.expected, &device->table);
+    EXPECT_EQ(DeviceBase::devices.at(uid), device);
+    EXPECT_TRUE(FakeHost::hasTrace("Recorder device created", 0));
+  }
+}
+
+TEST_F(DeviceRegistry, DeviceWithoutHamIsNotWired) {
+  Drivers::DriverArgs args;
+  auto* device = dynamic_cast<HardwareDevice*>(DeviceBase::create(object("Dummy", 30).c_str(), args));
+  ASSERT_NE(device, nullptr);
+  EXPECT_EQ(device->ham(), nullptr);
+  EXPECT_EQ(device->expectedValues(), &HardwareDevice::emptyExpectedValues);
+  EXPECT_FALSE(FakeHost::hasTrace("creating Ham"));
+}
+
+size_t heapInUse() {
+#if defined(__SANITIZE_ADDRESS__)
+  return __sanitizer_get_current_allocated_bytes();
+#else
+  return mallinfo2().uordblks;
+#endif
+}
+
+// A host that keeps retrying an object whose driver refuses it must not
+// leave an access method behind per try.
+TEST_F(DeviceRegistry, HamBuiltForARefusedDeviceIsReleased) {
+  simulate(false);
+  ASSERT_EQ(Topology::loadTopology(R"([{"type": "I2C", "ham": "SimHam", "id": 1,
+      "devices": [{"did": 16, "components": [{"uid": 41}]}]}])"),
+            PL_STATUS_OK);
+  const std::string json = R"({"did": 16, "uid": 41, "driver": "Refuses", "address": {"address": 80}})";
+  auto attempt = [&json] {
+    Drivers::DriverArgs args;
+    ASSERT_TRUE(args.parseJSON(json.c_str()));
+    EXPECT_EQ(HardwareDevice::create(args, nullptr), nullptr);
+    EXPECT_NE(hamGivenToFactory, nullptr);
+  };
+  // The first tries fill lasting caches and buffers (the trace list among them).
+  attempt();
+  attempt();
+  FakeHost::reset();
+  const size_t before = heapInUse();
+  attempt();
+  FakeHost::reset();
+  EXPECT_EQ(heapInUse(), before);
+}
+
+TEST_F(DeviceRegistry, MultiDeviceGetsNoHamAndAddsItsObjectsThroughTheEntryPoints) {
+  const std::string gpio = object("Dummy", 51, R"(, "driverArgs": {"register": "32", "bitpos": "1"})");
+  std::string escaped;
+  for (char c : gpio) escaped += c == '"' ? std::string("\\\"") : std::string(1, c);
+  const std::string json = R"({"did": 1, "uid": 50, "driver": "Group", "isMultiDevice": true, "provideHam": 1,
+      "multiDeviceArgs": {"gpio": ")" + escaped + R"("}})";
+
+  Drivers::DriverArgs args;
+  auto* group = dynamic_cast<Group*>(DeviceBase::create(json.c_str(), args));
+  ASSERT_NE(group, nullptr);
+  EXPECT_EQ(hamGivenToFactory, nullptr);
+  EXPECT_TRUE(FakeHost::hasTrace("Group MultiDevice created", 0));
+  EXPECT_EQ(group->deviceDriverArgs, (std::map<std::string, std::string>{{"gpio", gpio}}));
+
+  pl_gpio* handle = FakeHost::keep(group->addGpio("gpio"));
+  ASSERT_NE(handle, nullptr);
+  EXPECT_EQ(group->gpios, std::vector<pl_gpio*>{handle});
+  EXPECT_TRUE(FakeHost::hasTrace("MultiDevice::addGpio driver args = " + gpio, 6));
+  EXPECT_NE(DeviceBase::devices.count(51), 0u);
+
+  FakeHost::reset();
+  EXPECT_EQ(group->addLed("led"), nullptr);
+  EXPECT_EQ(group->addFan("fan"), nullptr);
+  EXPECT_TRUE(group->leds.empty());
+  EXPECT_TRUE(group->fans.empty());
+  EXPECT_EQ(FakeHost::traceTexts(), (std::vector<std::string>{"Failed to find driverArgs for driver key 'led'",
+                                                               "Failed to find driverArgs for driver key 'fan'"}));
+  EXPECT_EQ(FakeHost::traceLevel("Failed to find driverArgs for driver key 'led'"), 0);
+
+  // A multi-device offers no GPIO of its own.
+  EXPECT_EQ(pl_gpio_add(json.c_str()), nullptr);
+}
+
+TEST_F(DeviceRegistry, DefaultFactoriesThrowWithTheirOwnNames) {
+  Group device;
+  Drivers::DriverArgs args;
+  const std::vector<std::pair<std::string, std::function<void()>>> factories = {
+      {"newPoePort", [&] { device.newPoePort(args); }},
+      {"newTempSensor", [&] { device.newTempSensor(args); }},
+      {"newSlot", [&] { device.newSlot(args); }},
+      {"newSfpXcvr", [&] { device.newSfpXcvr(1, args); }},
+      {"newQsfpXcvr", [&] { device.newQsfpXcvr(1, args); }},
+      {"newLed", [&] { device.newLed(args); }},
+      {"newFan", [&] { device.newFan(args); }},
+      {"newMux", [&] { device.newMux(args, 1); }},
+      {"newPsu", [&] { device.newPsu(args); }},
+      {"newSmbusProxy", [&] { device.newSmbusProxy(args); }},
+  };
+  for (const auto& factory : factories) {
+    try {
+      factory.second();
+      ADD_FAILURE() << factory.first << " did not throw";
+    } catch (const NotImplementedException& e) {
+      EXPECT_EQ(std::string(e.what()), "Not implemented " + factory.first);
+    }
+  }
+}
+
+}  // namespace
