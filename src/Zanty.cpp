@@ -4,6 +4,7 @@
 #include "Zanty.h"
 
 #include "Drivers/Dummy.h"
+#include "Ham/SimHam.h"
 
 namespace Drivers {
 namespace {
@@ -28,6 +29,7 @@ const std::map<std::string, DriverFactory> drivers = driverRows();
 namespace Ham {
 
 const std::map<std::string, HamFactory> hams = {
+    {"SimHam", SimHam::create},
 };
 
 const std::map<std::string, IpmiHamFactory> ipmiHams = {
