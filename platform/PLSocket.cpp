@@ -1,12 +1,232 @@
-// Placeholder until the client lands: every attempt fails.
 #include "PlatformLibrary/PLSocket.h"
 
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+
+#include "KeldoUtil/Smbus.pb.h"
 
 namespace PlatformLibrary {
-PLSocket::PLSocket() : timeoutMs_(5000), fd_(-1), watcher_(0), rxBuffer_(4) {}
-PLSocket::~PLSocket() = default;
-int PLSocket::setup() { errno = ENOSYS; return -1; }
-int PLSocket::sendRequestWait(Smbus::TransactionRequest*, Smbus::TransactionResponse**) { errno = ENOSYS; return -1; }
-std::string PLSocket::socketPath() { return "/run/keldo/smbus-proxy.sock"; }
+
+namespace {
+
+constexpr const char* kDefaultSocketPath = "/run/keldo/smbus-proxy.sock";
+constexpr unsigned int kDefaultTimeoutMs = 5000;
+constexpr size_t kHeaderBytes = 4;
+
+// KELDO_SMBUS_TIMEOUT_MS when it holds a positive decimal number that poll()
+// can take, else the default.
+unsigned int timeoutFromEnvironment() {
+  const char* text = std::getenv("KELDO_SMBUS_TIMEOUT_MS");
+  if (!text || !*text) return kDefaultTimeoutMs;
+  char* end = nullptr;
+  errno = 0;
+  unsigned long value = std::strtoul(text, &end, 10);
+  if (errno != 0 || *end != '\0' || value == 0 ||
+      value > static_cast<unsigned long>(std::numeric_limits<int>::max())) {
+    return kDefaultTimeoutMs;
+  }
+  return static_cast<unsigned int>(value);
+}
+
+std::string frameHeader(uint32_t length) {
+  std::string header(kHeaderBytes, '\0');
+  header[0] = static_cast<char>((length >> 24) & 0xFF);
+  header[1] = static_cast<char>((length >> 16) & 0xFF);
+  header[2] = static_cast<char>((length >> 8) & 0xFF);
+  header[3] = static_cast<char>(length & 0xFF);
+  return header;
+}
+
+uint32_t frameLength(const uint8_t* header) {
+  return (uint32_t{header[0]} << 24) | (uint32_t{header[1]} << 16) | (uint32_t{header[2]} << 8) |
+         uint32_t{header[3]};
+}
+
+}  // namespace
+
+PLSocket::PLSocket() : timeoutMs_(timeoutFromEnvironment()), fd_(-1), watcher_(0), rxBuffer_(kHeaderBytes) {}
+
+PLSocket::~PLSocket() { closeConnection(); }
+
+std::string PLSocket::socketPath() {
+  const char* path = std::getenv("KELDO_SMBUS_SOCKET");
+  return path ? std::string(path) : std::string(kDefaultSocketPath);
+}
+
+int PLSocket::setup() { return connectOnce(); }
+
+int PLSocket::connectOnce() {
+  closeConnection();
+  path_ = socketPath();
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path_.empty() || path_.size() >= sizeof(address.sun_path)) {
+    errno = path_.empty() ? ENOENT : ENAMETOOLONG;
+    return -1;
+  }
+  std::memcpy(address.sun_path, path_.c_str(), path_.size() + 1);
+
+  // Non-blocking from the start: a proxy whose listen queue is full makes
+  // connect() fail with EAGAIN instead of stalling the host's thread.
+  int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (fd < 0) return -1;
+  if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+    int error = errno;
+    ::close(fd);
+    errno = error;
+    return -1;
+  }
+  fd_ = fd;
+  return 0;
+}
+
+void PLSocket::closeConnection() {
+  if (fd_ >= 0) ::close(fd_);
+  fd_ = -1;
+  txQueue_.clear();
+  rxBuffer_.assign(kHeaderBytes, 0);
+}
+
+// The proxy never speaks unasked, so anything readable on an idle connection
+// means it has gone away (end of file, reset) or the stream is out of step.
+// Either way the connection is useless, and because nothing of the next
+// request has been sent yet, replacing it cannot run anything twice.
+bool PLSocket::peerHasClosed() const {
+  pollfd p{fd_, POLLIN, 0};
+  int ready = ::poll(&p, 1, 0);
+  if (ready <= 0) return false;
+  if (p.revents & (POLLHUP | POLLERR | POLLNVAL)) return true;
+  uint8_t byte;
+  ssize_t n = ::recv(fd_, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+  if (n < 0) return errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR;
+  return true;
+}
+
+int PLSocket::ensureConnected() {
+  if (fd_ >= 0 && peerHasClosed()) closeConnection();
+  if (fd_ >= 0) return 0;
+  return connectOnce();
+}
+
+int PLSocket::fail(int error) {
+  closeConnection();
+  errno = error;
+  return -1;
+}
+
+int PLSocket::waitFor(short events, Clock::time_point deadline) const {
+  for (;;) {
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    if (left <= 0) {
+      errno = ETIMEDOUT;
+      return -1;
+    }
+    pollfd p{fd_, events, 0};
+    int ready = ::poll(&p, 1, static_cast<int>(left));
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready < 0) return -1;
+    if (ready == 0) continue;  // the deadline check above turns this into ETIMEDOUT
+    if (p.revents & POLLNVAL) {
+      errno = EBADF;
+      return -1;
+    }
+    // Readiness, hang-up or error: the next send()/recv() tells which.
+    return 0;
+  }
+}
+
+int PLSocket::writeQueued(Clock::time_point deadline) {
+  while (!txQueue_.empty()) {
+    std::string& frame = txQueue_.front();
+    ssize_t n = ::send(fd_, frame.data(), frame.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (n > 0) {
+      frame.erase(0, static_cast<size_t>(n));
+      if (frame.empty()) txQueue_.pop_front();
+      continue;
+    }
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+      if (waitFor(POLLOUT, deadline) != 0) return -1;
+      continue;
+    }
+    if (n == 0) errno = EPIPE;
+    return -1;
+  }
+  return 0;
+}
+
+int PLSocket::readExactly(uint8_t* into, size_t count, Clock::time_point deadline) {
+  size_t done = 0;
+  while (done < count) {
+    ssize_t n = ::recv(fd_, into + done, count - done, MSG_DONTWAIT);
+    if (n > 0) {
+      done += static_cast<size_t>(n);
+      continue;
+    }
+    if (n == 0) {
+      errno = ECONNRESET;  // the proxy closed instead of answering
+      return -1;
+    }
+    if (errno == EINTR) continue;
+    if (errno != EAGAIN && errno != EWOULDBLOCK) return -1;
+    if (waitFor(POLLIN, deadline) != 0) return -1;
+  }
+  return 0;
+}
+
+int PLSocket::receiveFrame(Clock::time_point deadline) {
+  rxBuffer_.assign(kHeaderBytes, 0);
+  if (readExactly(rxBuffer_.data(), kHeaderBytes, deadline) != 0) return -1;
+  uint32_t length = frameLength(rxBuffer_.data());
+  if (length > kMaxFrameBytes) {
+    errno = EPROTO;
+    return -1;
+  }
+  rxBuffer_.resize(kHeaderBytes + length);
+  return readExactly(rxBuffer_.data() + kHeaderBytes, length, deadline);
+}
+
+int PLSocket::sendRequestWait(Smbus::TransactionRequest* request, Smbus::TransactionResponse** response) {
+  if (!request || !response) {
+    errno = EINVAL;
+    return -1;
+  }
+  *response = nullptr;
+  std::string body;
+  if (!request->SerializeToString(&body)) {
+    errno = EINVAL;
+    return -1;
+  }
+  // Refused before anything is sent, so the connection stays usable.
+  if (body.size() > kMaxFrameBytes) {
+    errno = EMSGSIZE;
+    return -1;
+  }
+  if (ensureConnected() != 0) return -1;
+
+  // From here on the proxy may have seen the request: a failure closes the
+  // connection and is reported, never retried, so no write runs twice.
+  txQueue_.push_back(frameHeader(static_cast<uint32_t>(body.size())) + body);
+  const auto timeout = std::chrono::milliseconds(timeoutMs_);
+  if (writeQueued(Clock::now() + timeout) != 0) return fail(errno);
+  if (receiveFrame(Clock::now() + timeout) != 0) return fail(errno);
+
+  auto answer = std::make_unique<Smbus::TransactionResponse>();
+  if (!answer->ParseFromArray(rxBuffer_.data() + kHeaderBytes,
+                              static_cast<int>(rxBuffer_.size() - kHeaderBytes))) {
+    return fail(EPROTO);
+  }
+  rxBuffer_.assign(kHeaderBytes, 0);
+  *response = answer.release();
+  return 0;
+}
+
 }  // namespace PlatformLibrary

@@ -1,6 +1,7 @@
 #pragma once
 // Client of the SMBus proxy service: one Unix stream socket, length-prefixed
 // protobuf frames, one request in flight. See docs/smbus-proxy-protocol.md.
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <string>
@@ -33,6 +34,9 @@ class PLSocket {
   // KELDO_SMBUS_SOCKET when set, else /run/keldo/smbus-proxy.sock.
   static std::string socketPath();
 
+  // Frames longer than this are a protocol error in either direction.
+  static constexpr uint32_t kMaxFrameBytes = 1024 * 1024;
+
   // Longest wait for any one send or answer (KELDO_SMBUS_TIMEOUT_MS, default 5000).
   unsigned int timeoutMs_;
 
@@ -41,6 +45,19 @@ class PLSocket {
   uint32_t watcher_;
 
  private:
+  using Clock = std::chrono::steady_clock;
+
+  int connectOnce();
+  void closeConnection();
+  bool peerHasClosed() const;
+  int ensureConnected();
+  // Each returns 0, or -1 with errno set; the caller closes the connection.
+  int waitFor(short events, Clock::time_point deadline) const;
+  int writeQueued(Clock::time_point deadline);
+  int readExactly(uint8_t* into, size_t count, Clock::time_point deadline);
+  int receiveFrame(Clock::time_point deadline);
+  int fail(int error);
+
   std::vector<uint8_t> rxBuffer_;       // frame header, then body
   std::deque<std::string> txQueue_;     // serialized frames not yet written
   std::string path_;
