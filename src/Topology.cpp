@@ -37,12 +37,6 @@ bool combine(bool childrenWentOn, bool selfWentOn) { return childrenWentOn && se
 
 uint32_t readUint(const rapidjson::Value& json, const char* key) { return json[key].GetUint(); }
 
-// A configuration fault without an expression of its own: reported through
-// the same glibc path as every other check, with the plain text.
-[[noreturn]] void fail(const char* text, const char* function) {
-  __assert_fail(text, __FILE__, __LINE__, function);
-}
-
 // SCD and Celestica media hold the same accelerator map, and a repeated
 // accelerator id is a board-file error in either.
 template <typename Medium>
@@ -107,8 +101,9 @@ bool LinuxFs::accept(TopologyVisitor* visitor) const {
   return combine(wentOn, visitor->visit(this));
 }
 
-// A medium that is also a bus is seen twice: once as the bus (the access
-// layer collects bus ids there) and once as the medium (where it finds "ham").
+// A medium that is also a bus is seen twice: first as the bus, where a visitor
+// picks up the bus id, then as the medium, where it learns what kind of
+// controller carries the bus.
 bool I2C::accept(TopologyVisitor* visitor) const {
   const bool wentOn = acceptBus(visitor);
   return combine(wentOn, visitor->visit(this));
@@ -300,7 +295,9 @@ std::shared_ptr<MediumNode> readMedium(const std::string& type, const rapidjson:
   if (type == "PLM") return PLM::fromJSON(json);
   if (type == "SccSpi") return SccSpi::fromJSON(json);
   if (type == "LinuxFs") return LinuxFs::fromJSON(json);
-  fail("Unknown type", __PRETTY_FUNCTION__);
+  // No expression to show here, so the check reports its plain text through
+  // the same glibc path as every other one.
+  __assert_fail("Unknown type", __FILE__, __LINE__, __PRETTY_FUNCTION__);
 }
 
 }  // namespace
