@@ -1,0 +1,5 @@
+# Included by tests/CMakeLists.txt for test_SmbusProxyd: the emulator runs
+# in-process, and the daemon test starts the real executable.
+target_link_libraries(test_${dir} PRIVATE smbus_proxyd_lib)
+add_dependencies(test_${dir} keldo-smbus-proxyd)
+target_compile_definitions(test_${dir} PRIVATE KELDO_PROXYD="$<TARGET_FILE:keldo-smbus-proxyd>")

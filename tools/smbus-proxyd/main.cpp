@@ -1,0 +1,88 @@
+// keldo-smbus-proxyd: the reference SMBus proxy. Serves the proxy protocol on
+// a Unix socket and carries transactions out on an emulated board.
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+
+#include "ControlCommands.h"
+#include "EmulationFile.h"
+#include "Emulator.h"
+#include "Server.h"
+#include "TransactionLog.h"
+
+namespace {
+
+std::string defaultSocketPath() {
+  const char* path = std::getenv("KELDO_SMBUS_SOCKET");
+  return path ? path : "/run/keldo/smbus-proxy.sock";
+}
+
+// SIGTERM and SIGINT arrive as a readable descriptor, so the loop stops
+// between two transactions and the destructors remove the sockets.
+int stopSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGTERM);
+  sigaddset(&set, SIGINT);
+  sigprocmask(SIG_BLOCK, &set, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+  return signalfd(-1, &set, SFD_CLOEXEC);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"Reference SMBus proxy: serves the proxy protocol on a Unix socket and carries the "
+               "transactions out on an emulated board."};
+  std::string emulationPath;
+  std::string socketPath = defaultSocketPath();
+  std::string controlPath;
+  std::string logPath;
+  uint32_t retries = SmbusProxyd::Emulator::kDefaultRetries;
+  app.add_option("-e,--emulation", emulationPath, "Emulation file (JSON) describing the board")
+      ->check(CLI::ExistingFile);
+  app.add_option("-s,--socket", socketPath, "Socket to serve (default: $KELDO_SMBUS_SOCKET or "
+                                            "/run/keldo/smbus-proxy.sock)");
+  app.add_option("-c,--control", controlPath, "Control socket for fault injection (default: SOCKET.ctl)");
+  app.add_option("-l,--log", logPath, "Append one line per executed request entry to this file");
+  app.add_option("-r,--retries", retries, "Retries of a failed transaction that carries no retry count")
+      ->capture_default_str()
+      ->check(CLI::Range(0u, SmbusProxyd::Emulator::kMaxRetries));
+  CLI11_PARSE(app, argc, argv);
+  if (controlPath.empty()) controlPath = socketPath + ".ctl";
+
+  try {
+    SmbusProxyd::Board board = emulationPath.empty() ? SmbusProxyd::Board{}
+                                                     : SmbusProxyd::loadEmulationFile(emulationPath);
+    SmbusProxyd::Emulator emulator(std::move(board), retries);
+    SmbusProxyd::TransactionLog log;
+    if (!logPath.empty()) {
+      if (!log.open(logPath)) {
+        std::perror(logPath.c_str());
+        return 1;
+      }
+      emulator.setLog(&log);
+    }
+    SmbusProxyd::ControlCommands control(emulator);
+    int stopFd = stopSignals();
+    if (stopFd < 0) {
+      std::perror("signalfd");
+      return 1;
+    }
+    SmbusProxyd::Server server(emulator, control, {socketPath, controlPath});
+    server.start();
+    std::printf("keldo-smbus-proxyd: ready on %s (control %s)\n", socketPath.c_str(), controlPath.c_str());
+    std::fflush(stdout);
+    server.run(stopFd);
+    close(stopFd);
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "keldo-smbus-proxyd: %s\n", e.what());
+    return 1;
+  }
+  return 0;
+}
