@@ -4,6 +4,9 @@
 #include "Zanty.h"
 
 #include "Drivers/Dummy.h"
+#include "Drivers/GenericSmbusMux.h"
+#include "Drivers/SmbusProxyDriver.h"
+#include "Ham/KeldoSmbusHam.h"
 #include "Ham/SimHam.h"
 
 namespace Drivers {
@@ -13,6 +16,8 @@ std::map<std::string, DriverFactory> driverRows() {
   std::map<std::string, DriverFactory> rows = {
       {"Dummy", Dummy::create},
       {"GpioDriver", Dummy::create},
+      {"SmbusProxyDriver", SmbusProxyDriver::create},
+      {"PCA9548", GenericSmbusMux::create},
   };
   if (addExtraDriverRows != nullptr) {
     addExtraDriverRows(rows);
@@ -29,6 +34,7 @@ const std::map<std::string, DriverFactory> drivers = driverRows();
 namespace Ham {
 
 const std::map<std::string, HamFactory> hams = {
+    {"KeldoSmbus", KeldoSmbusHam::create},
     {"SimHam", SimHam::create},
 };
 
