@@ -143,7 +143,10 @@ TEST_F(SystemObject, PowerOperationsRunIpmitool) {
 
 TEST_F(SystemObject, PowerCycleFailsWithoutIpmitool) {
   pl_system* sys = add("{}");
-  setenv("PATH", "/nonexistent", 1);
+  // A PATH with the timeout utility but no ipmitool.
+  TempDir bin;
+  ASSERT_EQ(symlink("/usr/bin/timeout", bin.file("timeout").c_str()), 0);
+  setenv("PATH", bin.path().c_str(), 1);
   EXPECT_EQ(sys->ops->powercycle(sys), 6);
   EXPECT_TRUE(FakeHost::hasTrace("ipmitool chassis power cycle error", 0));
 }
