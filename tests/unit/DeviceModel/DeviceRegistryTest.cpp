@@ -2,20 +2,19 @@
 #include <malloc.h>
 
 #include <algorithm>
-#include <functional>
-#include <utility>
 #include <vector>
 
 #include "Components/Gpio.h"
 #include "DeviceModelSupport.h"
 #include "FakeHam.h"
+#include "Ham/SimHam.h"
 #include "Keldo.h"
-#include "KeldoUtil/NotImplementedException.h"
 #include "Topology.h"
 #include "Zanty.h"
 
 #if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/allocator_interface.h>
+// From the sanitizer runtime (its header does not come with every compiler).
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 using Component::DeviceBase;
@@ -117,12 +116,6 @@ TEST_F(DeviceRegistry, UnknownDriverRegistersNothingSoALaterObjectTriesAgain) {
   EXPECT_NE(DeviceBase::create(object("Dummy", 8).c_str(), retry), nullptr);
 }
 
-TEST_F(DeviceRegistry, UnparsableObjectIsRefused) {
-  Drivers::DriverArgs args;
-  EXPECT_EQ(DeviceBase::create("{\"did\": ", args), nullptr);
-  EXPECT_TRUE(FakeHost::hasTrace("failed to parse json object as a device", 0));
-}
-
 // The Ham is named and given the driver's table before init(), and the device
 // is registered only after init().
 TEST_F(DeviceRegistry, HamIsWiredBeforeInitAndDeviceRegisteredAfter) {
@@ -157,20 +150,11 @@ TEST_F(DeviceRegistry, HamIsWiredBeforeInitAndDeviceRegisteredAfter) {
   }
 }
 
-TEST_F(DeviceRegistry, DeviceWithoutHamIsNotWired) {
-  Drivers::DriverArgs args;
-  auto* device = dynamic_cast<HardwareDevice*>(DeviceBase::create(object("Dummy", 30).c_str(), args));
-  ASSERT_NE(device, nullptr);
-  EXPECT_EQ(device->ham(), nullptr);
-  EXPECT_EQ(device->expectedValues(), &HardwareDevice::emptyExpectedValues);
-  EXPECT_FALSE(FakeHost::hasTrace("creating Ham"));
-}
-
-size_t heapInUse() {
+long heapInUse() {
 #if defined(__SANITIZE_ADDRESS__)
-  return __sanitizer_get_current_allocated_bytes();
+  return static_cast<long>(__sanitizer_get_current_allocated_bytes());
 #else
-  return mallinfo2().uordblks;
+  return static_cast<long>(mallinfo2().uordblks);
 #endif
 }
 
@@ -188,14 +172,17 @@ TEST_F(DeviceRegistry, HamBuiltForARefusedDeviceIsReleased) {
     EXPECT_EQ(HardwareDevice::create(args, nullptr), nullptr);
     EXPECT_NE(hamGivenToFactory, nullptr);
   };
-  // The first tries fill lasting caches and buffers (the trace list among them).
-  attempt();
-  attempt();
+  attempt();  // fills lasting caches
   FakeHost::reset();
-  const size_t before = heapInUse();
-  attempt();
-  FakeHost::reset();
-  EXPECT_EQ(heapInUse(), before);
+  const long before = heapInUse();
+  const long tries = 100;
+  for (long i = 0; i < tries; ++i) {
+    attempt();
+    FakeHost::reset();
+  }
+  // A leak grows the heap by one Ham per try; the allocator's own caches do
+  // not grow with the number of tries.
+  EXPECT_LT(heapInUse() - before, tries * static_cast<long>(sizeof(Ham::SimHam)) / 2);
 }
 
 TEST_F(DeviceRegistry, MultiDeviceGetsNoHamAndAddsItsObjectsThroughTheEntryPoints) {
@@ -229,31 +216,6 @@ TEST_F(DeviceRegistry, MultiDeviceGetsNoHamAndAddsItsObjectsThroughTheEntryPoint
 
   // A multi-device offers no GPIO of its own.
   EXPECT_EQ(pl_gpio_add(json.c_str()), nullptr);
-}
-
-TEST_F(DeviceRegistry, DefaultFactoriesThrowWithTheirOwnNames) {
-  Group device;
-  Drivers::DriverArgs args;
-  const std::vector<std::pair<std::string, std::function<void()>>> factories = {
-      {"newPoePort", [&] { device.newPoePort(args); }},
-      {"newTempSensor", [&] { device.newTempSensor(args); }},
-      {"newSlot", [&] { device.newSlot(args); }},
-      {"newSfpXcvr", [&] { device.newSfpXcvr(1, args); }},
-      {"newQsfpXcvr", [&] { device.newQsfpXcvr(1, args); }},
-      {"newLed", [&] { device.newLed(args); }},
-      {"newFan", [&] { device.newFan(args); }},
-      {"newMux", [&] { device.newMux(args, 1); }},
-      {"newPsu", [&] { device.newPsu(args); }},
-      {"newSmbusProxy", [&] { device.newSmbusProxy(args); }},
-  };
-  for (const auto& factory : factories) {
-    try {
-      factory.second();
-      ADD_FAILURE() << factory.first << " did not throw";
-    } catch (const NotImplementedException& e) {
-      EXPECT_EQ(std::string(e.what()), "Not implemented " + factory.first);
-    }
-  }
 }
 
 }  // namespace

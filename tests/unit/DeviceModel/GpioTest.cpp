@@ -14,15 +14,6 @@ using C = FakeHam::Call;
 
 namespace {
 
-TEST(GpioTable, HasTheHostLayout) {
-  EXPECT_EQ(Gpio::ops_.size, sizeof(pl_gpio_ops));
-  EXPECT_EQ(Gpio::ops_.size, sizeof(void*) == 4 ? 16u : 32u);
-  EXPECT_EQ(offsetof(pl_gpio_ops, bit_set), sizeof(void*));
-  EXPECT_EQ(Gpio::ops_.bit_set, &Gpio::bitSetCallback);
-  EXPECT_EQ(Gpio::ops_.bit_clear, &Gpio::bitClearCallback);
-  EXPECT_EQ(Gpio::ops_.bit_read, &Gpio::bitReadCallback);
-}
-
 // Answers each operation with its own status so a mix-up shows.
 class ScriptedGpio : public Gpio {
  public:
@@ -34,7 +25,11 @@ class ScriptedGpio : public Gpio {
   }
 };
 
-TEST(GpioObject, HandleFollowsTheVtableAndCallbacksReachTheOwner) {
+TEST(GpioObject, HostLayoutAndCallbacksReachingTheOwner) {
+  EXPECT_EQ(Gpio::ops_.size, sizeof(pl_gpio_ops));
+  EXPECT_EQ(Gpio::ops_.size, sizeof(void*) == 4 ? 16u : 32u);
+  EXPECT_EQ(offsetof(pl_gpio_ops, bit_set), sizeof(void*));
+
   FakeHost::reset();
   ScriptedGpio gpio;
   pl_gpio* handle = gpio.handle();
@@ -139,6 +134,7 @@ TEST_F(GpioAdd, DefaultGpioOfAHardwareDeviceIsARegGpio) {
   EXPECT_EQ(handle->ops->bit_read(handle, &value), PL_STATUS_INTERNAL);
 
   EXPECT_EQ(pl_gpio_add("not json"), nullptr);
+  EXPECT_TRUE(FakeHost::hasTrace("failed to parse json object as a device", 0));
 }
 
 }  // namespace
