@@ -8,9 +8,12 @@
 
 namespace {
 
-// "name=value" for a getter, or "name=!<status>" when it failed.
-template <typename T>
-std::string field(const char* name, pl_status status, T value) {
+// "name=value" after running a getter, or "name=!<status>" when it failed.
+// The getter runs before the value is formatted.
+template <typename T, typename Getter>
+std::string field(const char* name, Getter get) {
+  T value{};
+  pl_status status = get(&value);
   std::ostringstream out;
   out << name << "=";
   if (status == PL_STATUS_OK) {
@@ -25,59 +28,64 @@ std::string reportSystem(pl_system* o) {
   char cause[100] = "";
   char description[500] = "";
   long when = 0;
-  return field("reloadCause", o->ops->get_reload_cause(o, &cause, &when, &description), cause);
+  pl_status status = o->ops->get_reload_cause(o, &cause, &when, &description);
+  return status == PL_STATUS_OK ? std::string("reloadCause=") + cause + " " : "reloadCause=!" + std::to_string(status) + " ";
 }
 
 std::string reportGpio(pl_gpio* o) {
-  unsigned int bit = 0;
-  return field("bit", o->ops->bit_read(o, &bit), bit);
+  return field<unsigned int>("bit", [o](unsigned int* v) { return o->ops->bit_read(o, v); });
 }
 
 std::string reportSmbus(pl_smbus* o, int command) {
-  uint8_t byte = 0;
-  pl_status s = command < 0 ? o->ops->receive_byte(o, &byte) : o->ops->read_byte(o, uint8_t(command), &byte);
-  char hex[8];
-  std::snprintf(hex, sizeof hex, "0x%02x", byte);
-  return field(command < 0 ? "receiveByte" : "readByte", s, hex);
+  auto read = [o, command](std::string* text) {
+    uint8_t byte = 0;
+    pl_status s = command < 0 ? o->ops->receive_byte(o, &byte) : o->ops->read_byte(o, uint8_t(command), &byte);
+    char hex[8];
+    std::snprintf(hex, sizeof hex, "0x%02x", byte);
+    *text = hex;
+    return s;
+  };
+  return field<std::string>(command < 0 ? "receiveByte" : "readByte", read);
 }
 
 std::string reportTemp(pl_temp_sensor* o) {
-  float celsius = 0;
-  return field("celsius", o->ops->get_temperature(o, &celsius), celsius);
+  return field<float>("celsius", [o](float* v) { return o->ops->get_temperature(o, v); });
 }
 
 std::string reportFan(pl_fan* o) {
-  int rpm = 0;
-  return field("rpm", o->ops->get_rpm(o, &rpm), rpm);
+  return field<int>("rpm", [o](int* v) { return o->ops->get_rpm(o, v); });
 }
 
 std::string reportPsu(pl_psu* o) {
-  int ok = 0;
-  float vin = 0, vout = 0, pin = 0, pout = 0;
-  return field("powerOk", o->ops->get_power_ok(o, &ok), ok) + field("vin", o->ops->get_input_voltage(o, &vin), vin) +
-         field("vout", o->ops->get_output_voltage(o, &vout), vout) +
-         field("pin", o->ops->get_input_power(o, &pin), pin) + field("pout", o->ops->get_output_power(o, &pout), pout);
+  const pl_psu_ops& ops = *o->ops;
+  return field<int>("powerOk", [&](int* v) { return ops.get_power_ok(o, v); }) +
+         field<float>("vin", [&](float* v) { return ops.get_input_voltage(o, v); }) +
+         field<float>("vout", [&](float* v) { return ops.get_output_voltage(o, v); }) +
+         field<float>("pin", [&](float* v) { return ops.get_input_power(o, v); }) +
+         field<float>("pout", [&](float* v) { return ops.get_output_power(o, v); });
 }
 
 std::string reportSlot(pl_slot* o) {
   char* text = nullptr;
   pl_status s = o->ops->get_presence(o, &text);
-  return field("presence", s, s) + (text != nullptr ? std::string("info=") + text + " " : "");
+  return "presence=" + std::to_string(s) + " " + (text != nullptr ? std::string("info=") + text + " " : "");
 }
+
+// Presence getters return the answer itself rather than a status.
+std::string presence(int answer) { return "present=" + std::to_string(answer) + " "; }
 
 std::string reportXcvr(pl_xcvr* o) {
   if (o->ops->family == PL_XCVR_FAMILY_QSFP) {
     const pl_qsfp_ops& q = o->ops->u.qsfp;
-    int reset = 0, lp = 0, irq = 0;
-    return "family=qsfp " + field("present", PL_STATUS_OK, q.get_presence(o)) +
-           field("reset", q.get_reset(o, &reset), reset) + field("lpMode", q.get_lp_mode(o, &lp), lp) +
-           field("interrupt", q.get_interrupt(o, &irq), irq);
+    return "family=qsfp " + presence(q.get_presence(o)) +
+           field<int>("reset", [&](int* v) { return q.get_reset(o, v); }) +
+           field<int>("lpMode", [&](int* v) { return q.get_lp_mode(o, v); }) +
+           field<int>("interrupt", [&](int* v) { return q.get_interrupt(o, v); });
   }
   const pl_sfp_ops& s = o->ops->u.sfp;
-  int los = 0, fault = 0, disable = 0;
-  return "family=sfp " + field("present", PL_STATUS_OK, s.get_presence(o)) +
-         field("rxLos", s.get_rx_los(o, &los), los) + field("txFault", s.get_tx_fault(o, &fault), fault) +
-         field("txDisable", s.get_tx_disable(o, &disable), disable);
+  return "family=sfp " + presence(s.get_presence(o)) + field<int>("rxLos", [&](int* v) { return s.get_rx_los(o, v); }) +
+         field<int>("txFault", [&](int* v) { return s.get_tx_fault(o, v); }) +
+         field<int>("txDisable", [&](int* v) { return s.get_tx_disable(o, v); });
 }
 
 template <typename Object>
@@ -104,7 +112,9 @@ ObjectReport addAndReport(const HostObject& obj, const SymbolLookup& lookup) {
   if (obj.kind == "xcvr") return report<pl_xcvr>(reinterpret_cast<pl_xcvr* (*)(const char*)>(fn)(json), reportXcvr);
   if (obj.kind == "led") {
     auto* led = reinterpret_cast<pl_led* (*)(const char*)>(fn)(json);
-    return report<pl_led>(led, [](pl_led* o) { return field("setGood", o->ops->set_light_setting(o, PL_LED_GOOD), "ok"); });
+    return report<pl_led>(led, [](pl_led* o) {
+      return "setGood=" + std::to_string(o->ops->set_light_setting(o, PL_LED_GOOD)) + " ";
+    });
   }
   if (obj.kind == "temp_sensor") {
     auto add = reinterpret_cast<pl_temp_sensor* (*)(const char*, float, float)>(fn);
