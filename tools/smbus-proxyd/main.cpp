@@ -44,8 +44,7 @@ int main(int argc, char** argv) {
   std::string controlPath;
   std::string logPath;
   uint32_t retries = SmbusProxyd::Emulator::kDefaultRetries;
-  app.add_option("-e,--emulation", emulationPath, "Emulation file (JSON) describing the board")
-      ->check(CLI::ExistingFile);
+  app.add_option("-e,--emulation", emulationPath, "Emulation file (JSON) describing the board");
   app.add_option("-s,--socket", socketPath, "Socket to serve (default: $KELDO_SMBUS_SOCKET or "
                                             "/run/keldo/smbus-proxy.sock)");
   app.add_option("-c,--control", controlPath, "Control socket for fault injection (default: SOCKET.ctl)");
