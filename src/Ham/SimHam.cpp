@@ -307,9 +307,8 @@ void SimHam::setExpected(Utils::ExpectedValues* map) {
 }
 
 // Each start of a driver resets its registers to the expected values. The
-// file is written without a lock, as a fresh file that no reader can be
-// relying on yet; readers of a file recreated under them see it short and
-// skip the access instead of faulting.
+// file is written without a lock: another process using the same file sees
+// it short for a moment and skips those accesses (LockedFile::holds).
 void SimHam::writeSimulationFile() {
   KELDO_ASSERT(!simFileName_.empty());
 

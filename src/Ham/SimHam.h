@@ -14,6 +14,8 @@ namespace Ham {
 
 class SimHam : public Ham {
  public:
+  // Registry factory. The access method starts without a file: the driver
+  // names it (setDriverName) and then hands over its table (setExpected).
   static Ham* create(const Topology::Topology& topology, const Drivers::DriverArgs& driverArgs);
 
   void init() override;

@@ -4,10 +4,13 @@
 // next access method to be named picks it up.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 
 #include "FakeHost.h"
 #include "Ham/SimHam.h"
