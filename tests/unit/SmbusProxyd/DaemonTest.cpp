@@ -90,6 +90,23 @@ std::string control(const std::string& path, const std::string& line) {
   return reply;
 }
 
+// Connects, sends `bytes`, and tells whether the daemon then closed the connection.
+bool closedAfter(const std::string& path, const std::string& bytes) {
+  int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un a{};
+  a.sun_family = AF_UNIX;
+  std::snprintf(a.sun_path, sizeof(a.sun_path), "%s", path.c_str());
+  bool closed = false;
+  if (connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)) == 0 &&
+      send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size())) {
+    pollfd p{fd, POLLIN, 0};
+    char c;
+    closed = poll(&p, 1, 2000) == 1 && read(fd, &c, 1) == 0;
+  }
+  close(fd);
+  return closed;
+}
+
 // The LM75 behind mux 0x70 channel 0: select, read the temperature, reset.
 Smbus::TransactionRequest lm75Read() {
   Smbus::TransactionRequest request;
@@ -189,6 +206,19 @@ TEST_F(DaemonTest, FaultsInjectedAtRunTimeReachTheClient) {
   EXPECT_NE(lines[0].find("txn=1 attempt=1 entry=0 "), std::string::npos);
   EXPECT_NE(lines[1].find("txn=1 attempt=1 entry=1 "), std::string::npos);
   EXPECT_NE(lines[1].find("result=failed error=\"no acknowledge\""), std::string::npos) << lines[1];
+}
+
+TEST_F(DaemonTest, BrokenClientsAreDisconnectedWhileOthersAreServed) {
+  Daemon daemon(socket_, log_);
+  ASSERT_FALSE(daemon.readyLine().empty());
+  PlatformLibrary::PLSocket client;
+  ASSERT_EQ(client.setup(), 0);
+  EXPECT_TRUE(closedAfter(socket_, std::string("\x00\x10\x00\x01", 4))) << "frame over 1 MiB";
+  EXPECT_TRUE(closedAfter(socket_, std::string("\x00\x00\x00\x03\xff\xff\xff", 7))) << "unparsable body";
+  EXPECT_TRUE(closedAfter(socket_ + ".ctl", std::string(5000, 'x'))) << "endless control line";
+  std::unique_ptr<Smbus::TransactionResponse> answer;
+  EXPECT_EQ(transact(client, answer), 0);
+  EXPECT_EQ(daemon.stop(), 0);
 }
 
 TEST_F(DaemonTest, SigtermRemovesTheSocketsAndARestartIsPickedUpByTheNextCall) {
