@@ -1,0 +1,235 @@
+// Cost of one SMBus transaction through the whole client path (KeldoSmbusHam
+// request building, PLSocket framing, the reference proxy daemon, answer
+// matching) against the floor any socket transport pays: a 16-byte message
+// echoed over a Unix stream socket. Both run in the same process run, and the
+// ratio of the two is printed at the end.
+//
+//   bench_smbus_roundtrip [--benchmark_min_time=2]
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Ham/KeldoSmbusHam.h"
+#include "Keldo.h"
+#include "PlatformLibrary/PLSocket.h"
+
+// The host's trace service. A host filters by level before formatting, and
+// the per-request line of the transport is level 4, below what a production
+// host shows; the stand-in drops everything.
+extern "C" void pl_trace(int, const char*, ...) {}
+
+namespace {
+
+std::string temporaryDirectory() {
+  std::string pattern = "/tmp/keldo-bench-XXXXXX";
+  if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+  return pattern;
+}
+
+sockaddr_un unixAddress(const std::string& path) {
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s", path.c_str());
+  return addr;
+}
+
+bool waitForPath(const std::string& path) {
+  struct stat st;
+  for (int i = 0; i < 500; ++i) {
+    if (stat(path.c_str(), &st) == 0) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
+}
+
+// The reference daemon as a child process, playing the integration tests'
+// board (an I2C bus 3 with a device at 0x48), without its transaction log.
+class Daemon {
+ public:
+  explicit Daemon(const std::string& socket) {
+    std::vector<std::string> args = {KELDO_PROXYD, "-e", KELDO_SOURCE_DIR "/tests/data/smbus/board.json", "-s",
+                                     socket};
+    std::vector<char*> argv;
+    for (auto& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t quiet;  // its "ready" line would interleave with the results
+    posix_spawn_file_actions_init(&quiet);
+    posix_spawn_file_actions_addopen(&quiet, 1, "/dev/null", O_WRONLY, 0);
+    const int spawned = posix_spawn(&pid_, argv[0], &quiet, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&quiet);
+    if (spawned != 0 || !waitForPath(socket + ".ctl")) {
+      throw std::runtime_error("cannot start " KELDO_PROXYD);
+    }
+  }
+  ~Daemon() {
+    kill(pid_, SIGTERM);
+    waitpid(pid_, nullptr, 0);
+  }
+
+ private:
+  pid_t pid_ = -1;
+};
+
+// A thread that echoes whatever arrives, one connection after the other,
+// until it is destroyed.
+class EchoServer {
+ public:
+  explicit EchoServer(const std::string& path) : path_(path) {
+    listenFd_ = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un addr = unixAddress(path);
+    if (bind(listenFd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || listen(listenFd_, 1) != 0) {
+      throw std::runtime_error("cannot listen on " + path);
+    }
+    thread_ = std::thread([this] {
+      for (int fd; (fd = accept(listenFd_, nullptr, nullptr)) >= 0;) {
+        char buffer[64];
+        for (ssize_t n; (n = read(fd, buffer, sizeof buffer)) > 0;) {
+          if (write(fd, buffer, static_cast<size_t>(n)) != n) break;
+        }
+        close(fd);
+      }
+    });
+  }
+  ~EchoServer() {
+    shutdown(listenFd_, SHUT_RDWR);  // wakes accept()
+    thread_.join();
+    close(listenFd_);
+    unlink(path_.c_str());
+  }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+  int listenFd_ = -1;
+  std::thread thread_;
+};
+
+// Set up once by main() and shared by every repetition.
+EchoServer* echoServer = nullptr;
+std::string proxySocket;
+
+void BM_RawUnixEcho16(benchmark::State& state) {
+  int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un addr = unixAddress(echoServer->path());
+  if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+    state.SkipWithError("connect failed");
+  }
+  char message[16] = "0123456789abcde", answer[16];
+  for (auto _ : state) {
+    if (write(fd, message, sizeof message) != sizeof message) state.SkipWithError("write failed");
+    size_t got = 0;
+    while (got < sizeof answer) {
+      ssize_t n = read(fd, answer + got, sizeof answer - got);
+      if (n <= 0) {
+        state.SkipWithError("read failed");
+        break;
+      }
+      got += static_cast<size_t>(n);
+    }
+  }
+  close(fd);
+}
+
+// A device on a plain I2C bus, one register: the shortest transaction.
+void BM_Read8ThroughProxyDaemon(benchmark::State& state) {
+  Topology::AhamAddress address;
+  address.setAddress(0x48);
+  address.setBus(3);
+  address.setAddrSize(1);
+  std::unique_ptr<Ham::KeldoSmbusHam> ham(Ham::KeldoSmbusHam::createFromAddress(address, nullptr));
+  uint8_t value = 0;
+  for (auto _ : state) {
+    if (ham->read8(0x00, &value) != PL_STATUS_OK) state.SkipWithError("read8 failed");
+  }
+  if (value != 0x19) state.SkipWithError("unexpected register value");
+}
+
+BENCHMARK(BM_RawUnixEcho16)->UseRealTime();
+BENCHMARK(BM_Read8ThroughProxyDaemon)->UseRealTime();
+
+// Console output as usual, plus the time per iteration of every run and
+// aggregate (nanoseconds), by name.
+class RatioReporter : public benchmark::ConsoleReporter {
+ public:
+  RatioReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_ColorTabular : OO_Tabular) {}
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      if (!run.error_occurred && run.iterations > 0) {
+        perIteration[run.benchmark_name()] = run.GetAdjustedRealTime();
+      }
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+  std::map<std::string, double> perIteration;
+};
+
+}  // namespace
+
+// Both benchmarks are repeated and interleaved at random, so that a load
+// change on the machine hits both alike; the ratio is that of the medians.
+// Flags given on the command line override these defaults.
+int main(int argc, char** argv) {
+  std::vector<char*> args = {argv[0]};
+  char repetitions[] = "--benchmark_repetitions=15";
+  char interleave[] = "--benchmark_enable_random_interleaving=true";
+  char aggregates[] = "--benchmark_report_aggregates_only=true";
+  char minTime[] = "--benchmark_min_time=0.5";
+  args.insert(args.end(), {repetitions, interleave, aggregates, minTime});
+  args.insert(args.end(), argv + 1, argv + argc);
+  int count = static_cast<int>(args.size());
+  benchmark::Initialize(&count, args.data());
+
+  const std::string dir = temporaryDirectory();
+  proxySocket = dir + "/proxy.sock";
+  int status = 0;
+  {
+    Daemon daemon(proxySocket);
+    EchoServer echo(dir + "/echo.sock");
+    echoServer = &echo;
+    setenv("KELDO_SMBUS_SOCKET", proxySocket.c_str(), 1);
+    _plSock = new PlatformLibrary::PLSocket;
+    if (_plSock->setup() != 0) {
+      std::perror("proxy connection");
+      status = 1;
+    } else {
+      RatioReporter reporter;
+      benchmark::RunSpecifiedBenchmarks(&reporter);
+      auto find = [&](const char* name) {
+        for (const char* suffix : {"_median", ""}) {
+          auto it = reporter.perIteration.find(std::string(name) + "/real_time" + suffix);
+          if (it != reporter.perIteration.end()) return it->second;
+        }
+        return 0.0;
+      };
+      const double raw = find("BM_RawUnixEcho16"), ham = find("BM_Read8ThroughProxyDaemon");
+      if (raw > 0 && ham > 0) {
+        std::printf("read8 through the proxy daemon: %.2f us; raw 16-byte echo: %.2f us; ratio %.2f (target <= 1.5)\n",
+                    ham / 1000, raw / 1000, ham / raw);
+      }
+    }
+    delete _plSock;
+    _plSock = nullptr;
+    echoServer = nullptr;
+  }
+  unlink((proxySocket + ".ctl").c_str());
+  unlink(proxySocket.c_str());
+  rmdir(dir.c_str());
+  benchmark::Shutdown();
+  return status;
+}
