@@ -207,13 +207,4 @@ TEST(KeldoSmbusHamFetchDeathTest, MisuseStopsTheProcess) {
                "\\( uint32_t \\)response_.response_size\\(\\) > prepareRequestCount_ \\+ idx");
 }
 
-TEST(KeldoSmbusHamAddress, AddressAndBusReplaceOnlyTheirSevenBits) {
-  auto ham = scdHam();
-  ham->setAddress(0xFF);
-  ham->setBus(0x80 | 0x22);
-  EXPECT_EQ(ham->getAddress(), 0x7F);
-  EXPECT_EQ(ham->getBus(), 0x22);
-  EXPECT_EQ(ham->address.word1, (kWord1 & ~0x3FFFu) | 0x22u << 7 | 0x7Fu);
-}
-
 }  // namespace

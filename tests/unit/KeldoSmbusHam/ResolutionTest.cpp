@@ -49,12 +49,11 @@ class ResolutionTest : public ::testing::Test {
   void TearDown() override {
     for (const auto& entry : Component::DeviceBase::devices) FakeHost::keep(entry.second);
   }
-  std::unique_ptr<KeldoSmbusHam> resolve(uint32_t did, uint32_t uid, uint32_t address) {
-    Drivers::DriverArgs args;
-    args.did = did;
+  // The access method of topology device `did`, from its own arguments,
+  // looked up by its component or by itself (uid NO_COMPONENT).
+  std::unique_ptr<KeldoSmbusHam> resolve(uint32_t did, uint32_t uid) {
+    Drivers::DriverArgs args = *Topology::findDevice(did)->args;
     args.uid = uid;
-    args.address.setAddress(address);
-    args.address.setAddrSize(2);
     return std::unique_ptr<KeldoSmbusHam>(KeldoSmbusHam::create(*Topology::_topology, args));
   }
 };
@@ -62,28 +61,29 @@ class ResolutionTest : public ::testing::Test {
 TEST_F(ResolutionTest, DeviceOnControllerBusHasNoMuxes) {
   const uint32_t none = Drivers::DriverArgs::NO_COMPONENT;
   struct {
-    uint32_t did, uid, address;
+    uint32_t did, uid;
     Smbus::MasterType master;
     uint32_t pci, word1;
   } cases[] = {
-      {96, 7, 80, Smbus::SCD, 4660, word1(80, 5, 2)},      // by component
-      {96, none, 80, Smbus::SCD, 4660, word1(80, 5, 2)},   // by device
-      {200, none, 32, Smbus::I2C_FLAGGED, 0, word1(32, 12, 0)},
-      {201, none, 33, Smbus::I2C, 0, word1(33, 13, 0)},
+      // JSON register size 2 and read delay 3: the size is sent as 1, the delay as written.
+      {96, 7, Smbus::SCD, 4660, 0xC20082D0},     // by component
+      {96, none, Smbus::SCD, 4660, 0xC20082D0},  // by device
+      {200, none, Smbus::I2C_FLAGGED, 0, word1(32, 12, 0)},
+      {201, none, Smbus::I2C, 0, word1(33, 13, 0)},
   };
   for (const auto& c : cases) {
-    auto ham = resolve(c.did, c.uid, c.address);
+    auto ham = resolve(c.did, c.uid);
     ASSERT_TRUE(ham) << c.did;
     EXPECT_EQ(ham->masterType, c.master) << c.did;
     EXPECT_EQ(ham->pciAddress, c.pci) << c.did;
     EXPECT_EQ(ham->address.word1, c.word1) << c.did;
     EXPECT_TRUE(ham->muxes.empty()) << c.did;
   }
-  EXPECT_FALSE(resolve(999, none, 1));
+  EXPECT_FALSE(resolve(96, 12345));  // no such component
 }
 
 TEST_F(ResolutionTest, MuxChainIsOutermostFirstAndSelectsLeadTheRequest) {
-  auto ham = resolve(97, 9, 81);
+  auto ham = resolve(97, 9);
   ASSERT_TRUE(ham);
   EXPECT_EQ(ham->address.word1, word1(81, 5, 2));  // the controller's bus, not a channel
   EXPECT_EQ(ham->masterType, Smbus::SCD);
@@ -100,13 +100,6 @@ TEST_F(ResolutionTest, MuxChainIsOutermostFirstAndSelectsLeadTheRequest) {
   ASSERT_EQ(ham->prepareRequestCount_, 2);
   EXPECT_EQ(ham->request.request(0).address(), uint64_t{word1(112, 5, 2)} << 32 | 4);
   EXPECT_EQ(ham->request.request(1).address(), uint64_t{word1(113, 5, 2)} << 32 | 8);
-}
-
-TEST_F(ResolutionTest, JsonAddressFieldsSurviveButRegisterSizeIsOne) {
-  Drivers::DriverArgs args = *Topology::findDevice(96)->args;
-  std::unique_ptr<KeldoSmbusHam> fromBoard(KeldoSmbusHam::create(*Topology::_topology, args));
-  ASSERT_TRUE(fromBoard);
-  EXPECT_EQ(fromBoard->address.word1, 0xC20082D0u);  // read delay 3, bus 5, accel 2, size 1, device 0x50
 }
 
 TEST_F(ResolutionTest, CreateOnBusAddressesTheGivenBus) {
