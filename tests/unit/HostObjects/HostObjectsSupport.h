@@ -1,13 +1,12 @@
 #pragma once
-// Test devices and logical devices for the host-object tests: a device that
-// hands out whatever logical devices the test gave it, registered under a uid
-// so that an add with that uid reuses it, and logical devices that record the
-// call that reached them.
+// Mock devices and logical devices for the host-object tests. A device put
+// into the registry under a uid is reused by every add that names the uid.
 #include <signal.h>
 
 #include <cstdio>
-#include <memory>
 #include <string>
+
+#include <gmock/gmock.h>
 
 #include "Components/Fan.h"
 #include "Components/HardwareDevice.h"
@@ -22,66 +21,32 @@
 namespace HostObjectsTest {
 
 namespace LD = Component::LogicalDevice;
+using Args = const Component::FactoryArgs&;
 
-// What a factory was asked for, and what it hands back (null allowed).
-class TestDevice : public Component::HardwareDevice {
- public:
-  LD::Led* newLed(const Component::FactoryArgs& args) override { return seen(args, led); }
-  LD::Fan* newFan(const Component::FactoryArgs& args) override { return seen(args, fan); }
-  LD::Psu* newPsu(const Component::FactoryArgs& args) override { return seen(args, psu); }
-  LD::Slot* newSlot(const Component::FactoryArgs& args) override { return seen(args, slot); }
-  LD::TempSensor* newTempSensor(const Component::FactoryArgs& args) override { return seen(args, sensor); }
-  LD::SmbusProxy* newSmbusProxy(const Component::FactoryArgs& args) override { return seen(args, proxy); }
-  LD::SfpXcvr* newSfpXcvr(unsigned int id, const Component::FactoryArgs& args) override {
-    lastId = id;
-    return seen(args, sfp);
-  }
-  LD::QsfpXcvr* newQsfpXcvr(unsigned int id, const Component::FactoryArgs& args) override {
-    lastId = id;
-    return seen(args, qsfp);
-  }
-
-  LD::Led* led = nullptr;
-  LD::Fan* fan = nullptr;
-  LD::Psu* psu = nullptr;
-  LD::Slot* slot = nullptr;
-  LD::TempSensor* sensor = nullptr;
-  LD::SmbusProxy* proxy = nullptr;
-  LD::SfpXcvr* sfp = nullptr;
-  LD::QsfpXcvr* qsfp = nullptr;
-
-  int factoryCalls = 0;
-  unsigned int lastId = 0;
-  Drivers::DriverArgs lastArgs;
-
- private:
-  template <typename T>
-  T* seen(const Component::FactoryArgs& args, T* result) {
-    ++factoryCalls;
-    lastArgs = args;
-    return result;
-  }
+struct MockDevice : Component::HardwareDevice {
+  MOCK_METHOD(LD::Led*, newLed, (Args), (override));
+  MOCK_METHOD(LD::Fan*, newFan, (Args), (override));
+  MOCK_METHOD(LD::Psu*, newPsu, (Args), (override));
+  MOCK_METHOD(LD::Slot*, newSlot, (Args), (override));
+  MOCK_METHOD(LD::TempSensor*, newTempSensor, (Args), (override));
+  MOCK_METHOD(LD::SmbusProxy*, newSmbusProxy, (Args), (override));
+  MOCK_METHOD(LD::SfpXcvr*, newSfpXcvr, (unsigned int, Args), (override));
+  MOCK_METHOD(LD::QsfpXcvr*, newQsfpXcvr, (unsigned int, Args), (override));
 };
 
-// Puts a device into the registry under `uid` for the life of the object.
 class Registered {
  public:
   Registered(unsigned int uid, Component::DeviceBase* device) : uid_(uid) {
     Component::DeviceBase::devices[uid] = device;
   }
   ~Registered() { Component::DeviceBase::devices.erase(uid_); }
-  Registered(const Registered&) = delete;
-  Registered& operator=(const Registered&) = delete;
 
  private:
   unsigned int uid_;
 };
 
-// The object JSON of a device with this uid; `driverArgs` is the body of the
-// "driverArgs" object.
-inline std::string objectJson(unsigned int uid, const std::string& driverArgs = "",
-                              const std::string& driver = "TestDevice") {
-  return R"({"did": 1, "driver": ")" + driver + R"(", "uid": )" + std::to_string(uid) +
+inline std::string objectJson(unsigned int uid, const std::string& driverArgs = "") {
+  return R"({"did": 1, "driver": "TestDevice", "uid": )" + std::to_string(uid) +
          R"(, "address": {"address": 16}, "driverArgs": {)" + driverArgs + "}}";
 }
 
@@ -91,118 +56,68 @@ inline std::string pointerText(const void* p) {
   return text;
 }
 
-// The last call that reached a recording logical device, as "name args".
-struct Recorder {
-  std::string call;
-  pl_status result = 42;  // what every operation answers
-  pl_status record(std::string text) {
-    call = std::move(text);
-    return result;
-  }
+struct MockLed : LD::Led {
+  explicit MockLed(bool canBlink = false) { canBlink_ = canBlink; }
+  MOCK_METHOD(pl_status, setLightSetting, (pl_led_status), (override));
+  MOCK_METHOD(bool, handleBlinkTimer, (bool), (override));
 };
-
-class TestLed : public LD::Led, public Recorder {
- public:
-  explicit TestLed(bool canBlink = false) { canBlink_ = canBlink; }
-  pl_status setLightSetting(pl_led_status status) override {
-    return record("setLightSetting " + std::to_string(status));
-  }
-};
-
-class TestSfp : public LD::SfpXcvr, public Recorder {
- public:
+struct MockSfp : LD::SfpXcvr {
   using SfpXcvr::SfpXcvr;
-  pl_status getPresence() override { return record("getPresence"); }
-  pl_status getTxFault(int* v) override { return get("getTxFault", v); }
-  pl_status getRxLos(int* v) override { return get("getRxLos", v); }
-  pl_status getTxDisable(int* v) override { return get("getTxDisable", v); }
-  pl_status setTxDisable(int v) override { return record("setTxDisable " + std::to_string(v)); }
-
- private:
-  pl_status get(const char* name, int* v) {
-    *v = 77;
-    return record(name);
-  }
+  MOCK_METHOD(pl_status, getPresence, (), (override));
+  MOCK_METHOD(pl_status, getTxFault, (int*), (override));
+  MOCK_METHOD(pl_status, getRxLos, (int*), (override));
+  MOCK_METHOD(pl_status, getTxDisable, (int*), (override));
+  MOCK_METHOD(pl_status, setTxDisable, (int), (override));
 };
-
-class TestQsfp : public LD::QsfpXcvr, public Recorder {
- public:
+struct MockQsfp : LD::QsfpXcvr {
   using QsfpXcvr::QsfpXcvr;
-  pl_status getPresence() override { return record("getPresence"); }
-  pl_status getModSel(int* v) override { return get("getModSel", v); }
-  pl_status setModSel(int v) override { return set("setModSel", v); }
-  pl_status getLpMode(int* v) override { return get("getLpMode", v); }
-  pl_status setLpMode(int v) override { return set("setLpMode", v); }
-  pl_status getReset(int* v) override { return get("getReset", v); }
-  pl_status setReset(int v) override { return set("setReset", v); }
-  pl_status getInterrupt(int* v) override { return get("getInterrupt", v); }
-
- private:
-  pl_status get(const char* name, int* v) {
-    *v = 77;
-    return record(name);
-  }
-  pl_status set(const char* name, int v) { return record(std::string(name) + " " + std::to_string(v)); }
+  MOCK_METHOD(pl_status, getPresence, (), (override));
+  MOCK_METHOD(pl_status, getModSel, (int*), (override));
+  MOCK_METHOD(pl_status, setModSel, (int), (override));
+  MOCK_METHOD(pl_status, getLpMode, (int*), (override));
+  MOCK_METHOD(pl_status, setLpMode, (int), (override));
+  MOCK_METHOD(pl_status, getReset, (int*), (override));
+  MOCK_METHOD(pl_status, setReset, (int), (override));
+  MOCK_METHOD(pl_status, getInterrupt, (int*), (override));
+};
+struct MockFan : LD::Fan {
+  MOCK_METHOD(pl_status, getRpm, (int*), (override));
+  MOCK_METHOD(pl_status, setRpm, (int), (override));
+};
+struct MockPsu : LD::Psu {
+  MOCK_METHOD(pl_status, get_power_ok, (int*), (override));
+  MOCK_METHOD(pl_status, get_input_current, (float*), (override));
+  MOCK_METHOD(pl_status, get_output_current, (float*), (override));
+  MOCK_METHOD(pl_status, get_input_voltage, (float*), (override));
+  MOCK_METHOD(pl_status, get_output_voltage, (float*), (override));
+  MOCK_METHOD(pl_status, get_input_power, (float*), (override));
+  MOCK_METHOD(pl_status, get_output_power, (float*), (override));
+};
+struct MockSlot : LD::Slot {
+  MOCK_METHOD(pl_status, getPresence, (char**), (override));
+};
+struct MockSensor : LD::TempSensor {
+  MOCK_METHOD(pl_status, getTemperature, (float*), (override));
+  MOCK_METHOD(void, alertThresholdIs, (float), (override));
+  MOCK_METHOD(void, criticalThresholdIs, (float), (override));
+};
+struct MockProxy : LD::SmbusProxy {
+  MOCK_METHOD(pl_status, receiveByte, (uint8_t*), (override));
+  MOCK_METHOD(pl_status, sendByte, (uint8_t), (override));
+  MOCK_METHOD(pl_status, readByte, (uint8_t, uint8_t*), (override));
+  MOCK_METHOD(pl_status, writeByte, (uint8_t, uint8_t), (override));
+  MOCK_METHOD(pl_status, readWord, (uint8_t, uint16_t*), (override));
+  MOCK_METHOD(pl_status, writeWord, (uint8_t, uint16_t), (override));
+  MOCK_METHOD(pl_status, blockRead, (uint8_t, uint8_t*, unsigned int*), (override));
+  MOCK_METHOD(pl_status, blockWrite, (uint8_t, const uint8_t*, unsigned int), (override));
+  MOCK_METHOD(pl_status, i2cBlockRead, (uint8_t, uint8_t*, unsigned int), (override));
+  MOCK_METHOD(pl_status, i2cBlockWrite, (uint8_t, const uint8_t*, unsigned int), (override));
+  MOCK_METHOD(pl_status, processCall, (uint8_t, uint16_t, uint16_t*), (override));
 };
 
-class TestFan : public LD::Fan, public Recorder {
- public:
-  pl_status getRpm(int* rpm) override {
-    *rpm = 77;
-    return record("getRpm");
-  }
-  pl_status setRpm(int rpm) override { return record("setRpm " + std::to_string(rpm)); }
-};
-
-class TestPsu : public LD::Psu, public Recorder {
- public:
-  pl_status get_power_ok(int* ok) override {
-    *ok = 77;
-    return record("get_power_ok");
-  }
-  pl_status get_input_current(float* v) override { return get("get_input_current", v); }
-  pl_status get_output_current(float* v) override { return get("get_output_current", v); }
-  pl_status get_input_voltage(float* v) override { return get("get_input_voltage", v); }
-  pl_status get_output_voltage(float* v) override { return get("get_output_voltage", v); }
-  pl_status get_input_power(float* v) override { return get("get_input_power", v); }
-  pl_status get_output_power(float* v) override { return get("get_output_power", v); }
-
- private:
-  pl_status get(const char* name, float* v) {
-    *v = 77.0f;
-    return record(name);
-  }
-};
-
-class TestSlot : public LD::Slot, public Recorder {
- public:
-  pl_status getPresence(char** description) override {
-    *description = const_cast<char*>("present");
-    return record("getPresence");
-  }
-};
-
-class TestSensor : public LD::TempSensor, public Recorder {
- public:
-  pl_status getTemperature(float* celsius) override {
-    *celsius = 77.0f;
-    return record("getTemperature");
-  }
-  // Keeps the order of the threshold calls on top of the default behaviour.
-  void alertThresholdIs(float t) override {
-    order += "alert " + std::to_string(static_cast<int>(t)) + ";";
-    TempSensor::alertThresholdIs(t);
-  }
-  void criticalThresholdIs(float t) override {
-    order += "critical " + std::to_string(static_cast<int>(t)) + ";";
-    TempSensor::criticalThresholdIs(t);
-  }
-  std::string order;
-};
-
-// In a death test the recorded traces die with the child; this prints them
-// to stderr when the child aborts, after the assertion message, so that a
-// death test can see what was traced before the process stopped.
+// A death test's child takes its recorded traces with it; this prints them to
+// stderr when the child aborts (after the assertion message), so the matcher
+// can see what was traced before the process stopped.
 inline void dumpTracesOnAbort() {
   struct sigaction action {};
   action.sa_handler = [](int) {

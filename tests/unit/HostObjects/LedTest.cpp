@@ -1,8 +1,4 @@
-// LEDs: status texts, the set-light-setting callback, pl_led_add with its
-// one blink timer, and the walk over the blink list on each tick.
-#include <cstring>
-#include <vector>
-
+// LEDs: status texts, the one blink timer, and the walk over the blink list.
 #include <gtest/gtest.h>
 
 #include "HostObjectsSupport.h"
@@ -11,170 +7,103 @@ namespace {
 
 using namespace HostObjectsTest;
 using LD::Led;
+using ::testing::_;
+using ::testing::Invoke;
+using ::testing::Return;
 
-TEST(LedStatus, Texts) {
+TEST(LedDeathTest, StatusTexts) {
   const char* texts[] = {"Off", "Good", "Warning", "Bad", "Inactive", "Unknown", "Beacon"};
-  for (int s = 0; s < 7; ++s) {
-    EXPECT_STREQ(texts[s], Led::getLedStatusString(static_cast<pl_led_status>(s)));
-  }
+  for (int s = 0; s < 7; ++s) EXPECT_STREQ(texts[s], Led::getLedStatusString(pl_led_status(s)));
+  EXPECT_DEATH(Led::getLedStatusString(pl_led_status(7)),
+               "Assertion `\\( unsigned \\)status < sizeof \\( strs \\) / sizeof \\( \\*strs \\)' failed");
 }
-
-TEST(LedStatusDeathTest, OutOfRangeStops) {
-  const char* text = "Assertion `\\( unsigned \\)status < sizeof \\( strs \\) / sizeof \\( \\*strs \\)' failed";
-  EXPECT_DEATH(Led::getLedStatusString(static_cast<pl_led_status>(7)), text);
-  EXPECT_DEATH(Led::getLedStatusString(static_cast<pl_led_status>(-1)), text);
-}
-
-TEST(LedCallback, ForwardsAndTraces) {
-  FakeHost::reset();
-  TestLed led;
-  pl_led* handle = led.handle();
-  EXPECT_EQ(42, handle->ops->set_light_setting(handle, PL_LED_BEACON));
-  EXPECT_EQ("setLightSetting 6", led.call);
-  EXPECT_EQ(4, FakeHost::traceLevel("setLightSettingCallback(" + pointerText(handle) + ", 6)"));
-}
-
-// A blinking LED that logs each notification (its name and the phase) and
-// answers `stays`.
-struct BlinkLog {
-  std::string names;
-  std::vector<bool> phases;
-};
-
-class BlinkingLed : public TestLed {
- public:
-  BlinkingLed(char name, BlinkLog& log) : TestLed(true), name_(name), log_(log) {}
-  bool handleBlinkTimer(bool on) override {
-    log_.names += name_;
-    log_.phases.push_back(on);
-    return stays;
-  }
-  bool stays = true;
-
- private:
-  char name_;
-  BlinkLog& log_;
-};
 
 class Blink : public ::testing::Test {
  protected:
   void SetUp() override {
-    FakeHost::reset();
     Led::notifyList_.clear();
     Led::blinkStatus_ = false;
     Led::blinkTimer_ = 0;
+    FakeHost::reset();
   }
-  void TearDown() override {
-    Led::notifyList_.clear();
-    Led::blinkTimer_ = 0;
-  }
-  std::string listNames() {
-    std::string names;
-    for (Led* led : Led::notifyList_) {
-      names += static_cast<char>('A' + (static_cast<BlinkingLed*>(led) - leds_));
-    }
-    return names;
-  }
+  void TearDown() override { SetUp(); }
 
-  BlinkLog log_;
-  BlinkingLed leds_[3] = {{'A', log_}, {'B', log_}, {'C', log_}};
+  using Blinker = ::testing::NiceMock<MockLed>;
+  Blinker leds_[3] = {Blinker(true), Blinker(true), Blinker(true)};
 };
 
 TEST_F(Blink, TickSteppingOutcomes) {
   struct Case {
     const char* list;
-    const char* leaving;  // the LEDs that answer false
+    const char* leaving;  // these answer false
     const char* notified;
     const char* remaining;
   } cases[] = {
       {"ABC", "", "ABC", "ABC"},
-      {"AB", "A", "A", "B"},          // B follows the removed A and sits this tick out
-      {"A", "A", "A", ""},            // empty afterwards: no re-arm
-      {"ABC", "C", "ABCAB", "AB"},    // removing the last wraps round to the first
-      {"ABC", "B", "AB", "AC"},       // C follows the removed B
+      {"AB", "A", "A", "B"},        // B follows the removed A: skipped this tick
+      {"A", "A", "A", ""},          // empty afterwards: not re-armed
+      {"ABC", "C", "ABCAB", "AB"},  // removing the last wraps round to the first
+      {"ABC", "B", "AB", "AC"},
       {"ABC", "AC", "ACB", "B"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.list) + " leaving " + c.leaving);
     SetUp();
     Led::createBlinkTimer();
-    for (BlinkingLed& led : leds_) led.stays = true;
-    for (const char* l = c.leaving; *l; ++l) leds_[*l - 'A'].stays = false;
-    for (const char* l = c.list; *l; ++l) Led::notifyOnBlink(&leds_[*l - 'A']);
+    std::string notified;
     const bool phase = Led::blinkStatus_;
-    log_ = {};
-    FakeHost::reset();
+    for (int i = 0; i < 3; ++i) {
+      const bool stays = std::string(c.leaving).find(char('A' + i)) == std::string::npos;
+      ON_CALL(leds_[i], handleBlinkTimer(phase)).WillByDefault(Invoke([&notified, i, stays](bool) {
+        notified += char('A' + i);
+        return stays;
+      }));
+    }
+    for (const char* l = c.list; *l; ++l) Led::notifyOnBlink(&leds_[*l - 'A']);
+    ASSERT_EQ(1u, FakeHost::timerSets().size());  // only the first notification arms
 
     FakeHost::fire(Led::blinkTimer_);
 
-    EXPECT_EQ(c.notified, log_.names);
-    EXPECT_EQ(std::vector<bool>(log_.names.size(), phase), log_.phases);
-    EXPECT_EQ(c.remaining, listNames());
+    EXPECT_EQ(c.notified, notified);
+    std::string remaining;
+    for (Led* led : Led::notifyList_) remaining += char('A' + (static_cast<Blinker*>(led) - leds_));
+    EXPECT_EQ(c.remaining, remaining);
     EXPECT_NE(phase, Led::blinkStatus_);
-    const bool rearmed = *c.remaining != '\0';
-    ASSERT_EQ(rearmed ? 1u : 0u, FakeHost::timerSets().size());
-    if (rearmed) {
-      EXPECT_EQ(Led::blinkTimer_, FakeHost::timerSets()[0].timer);
-      EXPECT_EQ(1000u, FakeHost::timerSets()[0].interval);
-    }
+    EXPECT_EQ(*c.remaining ? 2u : 1u, FakeHost::timerSets().size());
+    EXPECT_EQ(1000u, FakeHost::timerSets().back().interval);
     EXPECT_EQ(4, FakeHost::traceLevel("handleBlinkTimerCallback() led blink timer hit notifying " +
-                                      std::to_string(strlen(c.list)) + " leds"));
+                                      std::to_string(std::string(c.list).size()) + " leds"));
   }
 }
 
-TEST_F(Blink, FirstNotificationArmsAndPhasesAlternate) {
-  Led::createBlinkTimer();
-  FakeHost::reset();
-  Led::notifyOnBlink(&leds_[0]);
-  Led::notifyOnBlink(&leds_[1]);
-  Led::notifyOnBlink(&leds_[0]);  // not checked for duplicates
-  ASSERT_EQ(1u, FakeHost::timerSets().size());
-  EXPECT_EQ(1000u, FakeHost::timerSets()[0].interval);
-  EXPECT_EQ(3, FakeHost::countTrace("notifyOnBlink() adding led to blink notification list", 4));
+TEST_F(Blink, AddsShareOneTimer) {
+  ::testing::NiceMock<MockDevice> device;
+  Registered registered(9101, &device);
+  MockLed steady;
+  EXPECT_CALL(device, newLed(_))
+      .WillOnce(Return(&steady))
+      .WillOnce(Return(&leds_[0]))
+      .WillOnce(Return(&leds_[1]))
+      .WillOnce(Return(nullptr));
+  const std::string json = objectJson(9101);
+  const size_t timers = FakeHost::timerCount();
 
-  FakeHost::fire(Led::blinkTimer_);
-  FakeHost::fire(Led::blinkTimer_);
-  EXPECT_EQ("ABAABA", log_.names);
-  EXPECT_EQ((std::vector<bool>{false, false, false, true, true, true}), log_.phases);
-}
-
-TEST_F(Blink, OneTimerForTheWholeProcess) {
-  TestDevice first, second;
-  Registered r1(9101, &first), r2(9102, &second);
-  TestLed steady;
-  BlinkingLed blinkA('A', log_), blinkB('B', log_);
-  const size_t timersBefore = FakeHost::timerCount();
-
-  first.led = &steady;
-  EXPECT_EQ(steady.handle(), FakeHost::keep(pl_led_add(objectJson(9101).c_str())));
+  EXPECT_EQ(steady.handle(), FakeHost::keep(pl_led_add(json.c_str())));
   EXPECT_EQ(0u, Led::blinkTimer_);
-
-  first.led = &blinkA;
-  second.led = &blinkB;
-  EXPECT_EQ(blinkA.handle(), FakeHost::keep(pl_led_add(objectJson(9101).c_str())));
-  EXPECT_EQ(blinkB.handle(), FakeHost::keep(pl_led_add(objectJson(9102).c_str())));
-
+  EXPECT_EQ(leds_[0].handle(), FakeHost::keep(pl_led_add(json.c_str())));
+  EXPECT_EQ(leds_[1].handle(), FakeHost::keep(pl_led_add(json.c_str())));
   EXPECT_EQ(1, FakeHost::countTrace("creating unique led blink timer", 0));
-  EXPECT_EQ(timersBefore + 1, FakeHost::timerCount());
-  ASSERT_NE(0u, Led::blinkTimer_);
-  const FakeHost::Timer& timer = FakeHost::timer(Led::blinkTimer_);
-  EXPECT_EQ(&Led::handleBlinkTimerCallback, timer.callback);
-  EXPECT_EQ(nullptr, timer.context);
-  EXPECT_FALSE(timer.armed);  // created, armed only by the first notification
-}
+  EXPECT_EQ(timers + 1, FakeHost::timerCount());
+  EXPECT_EQ(&Led::handleBlinkTimerCallback, FakeHost::timer(Led::blinkTimer_).callback);
+  EXPECT_FALSE(FakeHost::timer(Led::blinkTimer_).armed);
 
-TEST_F(Blink, AddFailures) {
-  TestDevice device;
-  Registered registered(9103, &device);
-  EXPECT_EQ(nullptr, pl_led_add("{not json"));
-  EXPECT_EQ(0, FakeHost::traceLevel("DeviceBase::create() failed"));
-  EXPECT_FALSE(FakeHost::hasTrace("newLed() failed"));
-
-  FakeHost::reset();
-  EXPECT_EQ(nullptr, pl_led_add(objectJson(9103).c_str()));
-  EXPECT_EQ(1, device.factoryCalls);
+  EXPECT_EQ(nullptr, pl_led_add(json.c_str()));
   EXPECT_EQ(0, FakeHost::traceLevel("newLed() failed"));
-  EXPECT_FALSE(FakeHost::hasTrace("DeviceBase::create() failed"));
+
+  EXPECT_CALL(leds_[2], setLightSetting(PL_LED_BEACON)).WillOnce(Return(17));
+  pl_led* handle = leds_[2].handle();
+  EXPECT_EQ(17, handle->ops->set_light_setting(handle, PL_LED_BEACON));
+  EXPECT_EQ(4, FakeHost::traceLevel("setLightSettingCallback(" + pointerText(handle) + ", 6)"));
 }
 
 TEST_F(Blink, TimerMisuseStops) {

@@ -1,9 +1,5 @@
-// SMBus proxies: pl_smbus_add for an inline device object and for a bus name
-// (the label rule, the driver overwrite, the copied arguments), and the
-// thirteen callbacks.
-#include <functional>
-#include <vector>
-
+// SMBus proxies: pl_smbus_add by bus name (label rule, driver overwrite,
+// copied arguments) and by inline object, and the thirteen callbacks.
 #include <gtest/gtest.h>
 
 #include "HostObjectsSupport.h"
@@ -13,52 +9,12 @@
 namespace {
 
 using namespace HostObjectsTest;
+using ::testing::_;
+using ::testing::AllOf;
+using ::testing::Field;
+using ::testing::Return;
 
-class TestProxy : public LD::SmbusProxy, public Recorder {
- public:
-  pl_status receiveByte(uint8_t* v) override {
-    *v = 0x77;
-    return record("receiveByte");
-  }
-  pl_status sendByte(uint8_t v) override { return record("sendByte " + std::to_string(v)); }
-  pl_status readByte(uint8_t c, uint8_t* v) override {
-    *v = 0x77;
-    return record("readByte " + std::to_string(c));
-  }
-  pl_status writeByte(uint8_t c, uint8_t v) override { return record(text("writeByte", c, v)); }
-  pl_status readWord(uint8_t c, uint16_t* v) override {
-    *v = 0x7777;
-    return record("readWord " + std::to_string(c));
-  }
-  pl_status writeWord(uint8_t c, uint16_t v) override { return record(text("writeWord", c, v)); }
-  pl_status blockRead(uint8_t c, uint8_t* d, unsigned int* len) override {
-    d[0] = 0x77;
-    *len = 1;
-    return record("blockRead " + std::to_string(c));
-  }
-  pl_status blockWrite(uint8_t c, const uint8_t* d, unsigned int len) override {
-    return record(text("blockWrite", c, len) + " " + std::to_string(d[0]));
-  }
-  pl_status i2cBlockRead(uint8_t c, uint8_t* d, unsigned int len) override {
-    d[0] = 0x77;
-    return record(text("i2cBlockRead", c, len));
-  }
-  pl_status i2cBlockWrite(uint8_t c, const uint8_t* d, unsigned int len) override {
-    return record(text("i2cBlockWrite", c, len) + " " + std::to_string(d[0]));
-  }
-  pl_status processCall(uint8_t c, uint16_t v, uint16_t* r) override {
-    *r = 0x7777;
-    return record(text("processCall", c, v));
-  }
-
- private:
-  static std::string text(const char* name, unsigned int a, unsigned int b) {
-    return std::string(name) + " " + std::to_string(a) + " " + std::to_string(b);
-  }
-};
-
-// Two labelled devices with drivers of their own, one labelled device
-// without a driver, all on bus "B".
+// On bus "B": two labelled devices with drivers of their own, one without.
 const char* kTopology = R"([{"type": "I2C", "ham": "SimHam", "id": 3, "label": "B", "devices": [
     {"did": 50, "label": "B<0x05>", "driver": "Dummy", "uid": 9401, "address": {"address": 5},
      "driverArgs": {"localReadDelayMs": "2"}},
@@ -69,126 +25,86 @@ class SmbusAdd : public ::testing::Test {
  protected:
   SmbusAdd() : first_(9401, &device_), second_(9402, &device_) {
     EXPECT_EQ(PL_STATUS_OK, Topology::loadTopology(kTopology));
-    device_.proxy = &proxy_;
     FakeHost::reset();
   }
 
-  TestDevice device_;
+  ::testing::StrictMock<MockDevice> device_;
   Registered first_, second_;
-  TestProxy proxy_;
+  MockProxy proxy_;
 };
 
-TEST_F(SmbusAdd, BusNameFindsTheLabelledDeviceAndMakesItAProxy) {
-  struct Case {
-    uint8_t address;
-    const char* label;
-    unsigned int uid;
-  } cases[] = {{5, "B<0x05>", 9401}, {0xab, "B<0xab>", 9402}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.label);
-    FakeHost::reset();
-    EXPECT_EQ(proxy_.handle(), FakeHost::keep(pl_smbus_add("B", c.address)));
-    EXPECT_EQ(7, FakeHost::traceLevel("pl_smbus_add( 'B', " + std::to_string(c.address) + " )"));
-    // The topology keeps the new driver name, and the factory got the copy
-    // that created (here: found) the device.
-    EXPECT_EQ("SmbusProxyDriver", Topology::getDeviceByLabel(c.label)->args->driver);
-    EXPECT_EQ("SmbusProxyDriver", device_.lastArgs.driver);
-    EXPECT_EQ(c.uid, device_.lastArgs.uid);
-    EXPECT_EQ(c.uid == 9401 ? 1u : 0u, device_.lastArgs.driverArgs.count("localReadDelayMs"));
-    EXPECT_TRUE(FakeHost::hasTrace("using previously instanciated HardwareDevice SmbusProxyDriver"));
-  }
+auto proxyArgs(unsigned int uid, size_t driverArgCount) {
+  return AllOf(Field(&Drivers::DriverArgs::driver, "SmbusProxyDriver"), Field(&Drivers::DriverArgs::uid, uid),
+               Field(&Drivers::DriverArgs::driverArgs, testing::SizeIs(driverArgCount)));
 }
 
-TEST_F(SmbusAdd, FailuresReturnNullWithTheirTrace) {
-  EXPECT_EQ(nullptr, pl_smbus_add("B", 6));
-  EXPECT_EQ(0, FakeHost::traceLevel("smbus_add failed: device does not exist in topology"));
-  EXPECT_EQ(nullptr, pl_smbus_add("NoBus", 5));
-  EXPECT_FALSE(FakeHost::hasTrace("DeviceBase::create() failed"));
-  EXPECT_EQ(0, device_.factoryCalls);
+TEST_F(SmbusAdd, BusNameMakesTheLabelledDeviceAProxy) {
+  EXPECT_CALL(device_, newSmbusProxy(proxyArgs(9401, 1))).WillOnce(Return(&proxy_)).WillOnce(Return(nullptr));
+  EXPECT_CALL(device_, newSmbusProxy(proxyArgs(9402, 0))).WillOnce(Return(&proxy_));
+  EXPECT_EQ(proxy_.handle(), FakeHost::keep(pl_smbus_add("B", 5)));
+  EXPECT_EQ(proxy_.handle(), FakeHost::keep(pl_smbus_add("B", 0xab)));
+  EXPECT_EQ(7, FakeHost::traceLevel("pl_smbus_add( 'B', 171 )"));
+  // The new driver name stays in the topology, and the device was looked up
+  // with the copy.
+  EXPECT_EQ("SmbusProxyDriver", Topology::getDeviceByLabel("B<0xab>")->args->driver);
+  EXPECT_EQ(2, FakeHost::countTrace("using previously instanciated HardwareDevice SmbusProxyDriver"));
 
-  FakeHost::reset();
-  EXPECT_EQ(nullptr, pl_smbus_add("{", 5));
-  EXPECT_EQ(0, FakeHost::traceLevel("DeviceBase::create() failed"));
-
-  FakeHost::reset();
-  device_.proxy = nullptr;
   EXPECT_EQ(nullptr, pl_smbus_add("B", 5));
   EXPECT_EQ(0, FakeHost::traceLevel("newSmbusProxy() failed"));
-}
-
-TEST_F(SmbusAdd, InlineObjectKeepsItsDriver) {
-  TestDevice own;
-  own.proxy = &proxy_;
-  Registered registered(9403, &own);
-  const std::string json = objectJson(9403);
-  EXPECT_EQ(proxy_.handle(), FakeHost::keep(pl_smbus_add(json.c_str(), 0x10)));
-  EXPECT_EQ("TestDevice", own.lastArgs.driver);
-  EXPECT_EQ(9403u, own.lastArgs.uid);
-  EXPECT_TRUE(FakeHost::hasTrace("pl_smbus_add( '" + json + "', 16 )", 7));
-}
-
-TEST_F(SmbusAdd, LabelledDeviceWithoutDriverStops) {
+  EXPECT_EQ(nullptr, pl_smbus_add("B", 6));
+  EXPECT_EQ(0, FakeHost::traceLevel("smbus_add failed: device does not exist in topology"));
+  EXPECT_FALSE(FakeHost::hasTrace("DeviceBase::create() failed"));
   EXPECT_DEATH(pl_smbus_add("B", 7), "Assertion `topoDev->args' failed");
 }
 
+TEST_F(SmbusAdd, InlineObjectKeepsItsDriver) {
+  const std::string json = objectJson(9401);
+  EXPECT_CALL(device_, newSmbusProxy(Field(&Drivers::DriverArgs::driver, "TestDevice"))).WillOnce(Return(&proxy_));
+  EXPECT_EQ(proxy_.handle(), FakeHost::keep(pl_smbus_add(json.c_str(), 0x10)));
+  EXPECT_EQ(7, FakeHost::traceLevel("pl_smbus_add( '" + json + "', 16 )"));
+  EXPECT_EQ(nullptr, pl_smbus_add("{", 0x10));
+  EXPECT_EQ(0, FakeHost::traceLevel("DeviceBase::create() failed"));
+}
+
 TEST(SmbusCallbacks, ForwardUnchangedAndTraceAtLevelOne) {
-  TestProxy proxy;
+  MockProxy proxy;
   pl_smbus* h = proxy.handle();
+  const pl_smbus_ops& o = *h->ops;
   uint8_t byte = 0;
   uint16_t word = 0;
-  uint8_t buffer[32] = {9};
+  uint8_t data[32] = {};
   unsigned int length = 0;
-  struct Case {
-    const char* name;
-    std::function<pl_status()> call;
-    const char* expectedCall;
-  };
-  const std::vector<Case> cases = {
-      {"receiveByteCallback", [&] { return h->ops->receive_byte(h, &byte); }, "receiveByte"},
-      {"sendByteCallback", [&] { return h->ops->send_byte(h, 200); }, "sendByte 200"},
-      {"readByteCallback", [&] { return h->ops->read_byte(h, 0x81, &byte); }, "readByte 129"},
-      {"writeByteCallback", [&] { return h->ops->write_byte(h, 1, 255); }, "writeByte 1 255"},
-      {"readWordCallback", [&] { return h->ops->read_word(h, 2, &word); }, "readWord 2"},
-      {"writeWordCallback", [&] { return h->ops->write_word(h, 3, 0xBEEF); }, "writeWord 3 48879"},
-      {"blockReadCallback", [&] { return h->ops->block_read(h, 4, buffer, &length); }, "blockRead 4"},
-      {"blockWriteCallback", [&] { return h->ops->block_write(h, 5, buffer, 7); }, "blockWrite 5 7 9"},
-      {"i2cBlockReadCallback", [&] { return h->ops->i2c_block_read(h, 6, buffer, 8); }, "i2cBlockRead 6 8"},
-      {"i2cBlockWriteCallback", [&] { return h->ops->i2c_block_write(h, 7, buffer, 9); }, "i2cBlockWrite 7 9 9"},
-      {"processCallCallback", [&] { return h->ops->process_call(h, 8, 513, &word); }, "processCall 8 513"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    FakeHost::reset();
-    buffer[0] = 9;
-    proxy.call.clear();
-    proxy.result = 60 + static_cast<int>(&c - cases.data());
-    EXPECT_EQ(proxy.result, c.call());
-    EXPECT_EQ(c.expectedCall, proxy.call);
-    ASSERT_EQ(1u, FakeHost::traces().size());
-    EXPECT_EQ(1, FakeHost::traces()[0].level);
-    EXPECT_EQ(c.name, FakeHost::traces()[0].text);
-  }
-  EXPECT_EQ(0x77, byte);
-  EXPECT_EQ(0x7777, word);
-  EXPECT_EQ(1u, length);
-
-  // The two operations a driver rarely has are the base's, which throw.
+  ::testing::InSequence order;
+  EXPECT_CALL(proxy, receiveByte(&byte)).WillOnce(Return(60));
+  EXPECT_CALL(proxy, sendByte(200)).WillOnce(Return(61));
+  EXPECT_CALL(proxy, readByte(0x81, &byte)).WillOnce(Return(62));
+  EXPECT_CALL(proxy, writeByte(1, 255)).WillOnce(Return(63));
+  EXPECT_CALL(proxy, readWord(2, &word)).WillOnce(Return(64));
+  EXPECT_CALL(proxy, writeWord(3, 0xBEEF)).WillOnce(Return(65));
+  EXPECT_CALL(proxy, blockRead(4, data, &length)).WillOnce(Return(66));
+  EXPECT_CALL(proxy, blockWrite(5, data, 7)).WillOnce(Return(67));
+  EXPECT_CALL(proxy, i2cBlockRead(6, data, 8)).WillOnce(Return(68));
+  EXPECT_CALL(proxy, i2cBlockWrite(7, data, 9)).WillOnce(Return(69));
+  EXPECT_CALL(proxy, processCall(8, 513, &word)).WillOnce(Return(70));
   FakeHost::reset();
+  const std::vector<pl_status> results = {
+      o.receive_byte(h, &byte),         o.send_byte(h, 200),           o.read_byte(h, 0x81, &byte),
+      o.write_byte(h, 1, 255),          o.read_word(h, 2, &word),      o.write_word(h, 3, 0xBEEF),
+      o.block_read(h, 4, data, &length), o.block_write(h, 5, data, 7), o.i2c_block_read(h, 6, data, 8),
+      o.i2c_block_write(h, 7, data, 9), o.process_call(h, 8, 513, &word)};
+  EXPECT_EQ((std::vector<pl_status>{60, 61, 62, 63, 64, 65, 66, 67, 68, 69, 70}), results);
+
+  // The two operations that drivers rarely have default to the base's, which throws.
   uint8_t resultLength = 0;
-  try {
-    h->ops->quick_command(h, 1);
-    ADD_FAILURE() << "quickCommand did not throw";
-  } catch (const NotImplementedException& e) {
-    EXPECT_STREQ("Not implemented quickCommand", e.what());
-  }
-  try {
-    h->ops->block_process_call(h, 1, buffer, 1, buffer, &resultLength);
-    ADD_FAILURE() << "blockProcessCall did not throw";
-  } catch (const NotImplementedException& e) {
-    EXPECT_STREQ("Not implemented blockProcessCall", e.what());
-  }
-  EXPECT_EQ((std::vector<std::string>{"quickCommandCallback", "blockProcessCallCallback"}),
+  EXPECT_THROW(o.quick_command(h, 1), NotImplementedException);
+  EXPECT_THROW(o.block_process_call(h, 1, data, 1, data, &resultLength), NotImplementedException);
+  EXPECT_EQ((std::vector<std::string>{"receiveByteCallback", "sendByteCallback", "readByteCallback",
+                                      "writeByteCallback", "readWordCallback", "writeWordCallback",
+                                      "blockReadCallback", "blockWriteCallback", "i2cBlockReadCallback",
+                                      "i2cBlockWriteCallback", "processCallCallback", "quickCommandCallback",
+                                      "blockProcessCallCallback"}),
             FakeHost::traceTexts(1));
+  EXPECT_EQ(13u, FakeHost::traces().size());
 }
 
 }  // namespace
