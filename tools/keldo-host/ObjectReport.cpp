@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <map>
 #include <sstream>
+#include <vector>
 
 #include "keldo/pl_host.h"
 
@@ -88,8 +89,16 @@ std::string reportXcvr(pl_xcvr* o) {
          field<int>("txDisable", [&](int* v) { return s.get_tx_disable(o, v); });
 }
 
+// Like any host, this one holds every handle the plug-in gave it for as long
+// as it runs; the plug-in never frees the objects behind them.
+std::vector<void*>& heldHandles() {
+  static auto* handles = new std::vector<void*>;  // outlives static destruction
+  return *handles;
+}
+
 template <typename Object>
 ObjectReport report(Object* o, const std::function<std::string(Object*)>& read) {
+  heldHandles().push_back(o);
   ObjectReport r;
   r.added = o != nullptr;
   r.state = o != nullptr ? read(o) : "add failed";
@@ -103,7 +112,6 @@ ObjectReport addAndReport(const HostObject& obj, const SymbolLookup& lookup) {
   void* fn = lookup(entry.c_str());
   if (fn == nullptr) return {false, "no entry point " + entry};
   const char* json = obj.json.c_str();
-  // Handles are never released: the plug-in's objects live as long as the host.
   if (obj.kind == "system") return report<pl_system>(reinterpret_cast<pl_system* (*)(const char*)>(fn)(json), reportSystem);
   if (obj.kind == "gpio") return report<pl_gpio>(reinterpret_cast<pl_gpio* (*)(const char*)>(fn)(json), reportGpio);
   if (obj.kind == "fan") return report<pl_fan>(reinterpret_cast<pl_fan* (*)(const char*)>(fn)(json), reportFan);
