@@ -9,7 +9,7 @@
 
 namespace Component {
 
-std::map<unsigned int, DeviceBase*> DeviceBase::devices;
+std::map<unsigned int, DeviceBase*>& DeviceBase::devices = *new std::map<unsigned int, DeviceBase*>;
 Utils::ExpectedValues HardwareDevice::emptyExpectedValues;
 
 void DeviceBase::init() {}

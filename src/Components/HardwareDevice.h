@@ -49,7 +49,9 @@ class DeviceBase {
   virtual ~DeviceBase() = default;
 
   // Every device ever created, by the uid of the object that created it.
-  static std::map<unsigned int, DeviceBase*> devices;
+  // Never destroyed: devices live until the process ends, and the host may
+  // still call into them while static objects are being torn down.
+  static std::map<unsigned int, DeviceBase*>& devices;
 
   // Entry of every add function: parses the object JSON into `args` and
   // creates or reuses the device. Null (with traces) on failure.
