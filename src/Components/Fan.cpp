@@ -1,6 +1,6 @@
 #include "Components/Fan.h"
 
-#include "Components/Led.h"
+#include "Components/LogicalDevice.h"
 
 namespace Component {
 namespace LogicalDevice {

@@ -7,19 +7,6 @@
 namespace Component {
 namespace LogicalDevice {
 
-DeviceBase* deviceForAdd(DeviceBase* device, const AddTraces& traces) {
-  if (device == nullptr && !traces.silent) {
-    pl_trace(traces.level, "DeviceBase::create() failed");
-  }
-  return device;
-}
-
-void traceFactoryFailed(const AddTraces& traces) {
-  if (!traces.silent) {
-    pl_trace(traces.level, "%s", traces.factoryFailed);
-  }
-}
-
 const pl_led_ops Led::ops_ = {sizeof(pl_led_ops), &Led::setLightSettingCallback};
 
 unsigned int Led::blinkPeriod_ = 1000;

@@ -1,6 +1,6 @@
 #include "Components/Slot.h"
 
-#include "Components/Led.h"
+#include "Components/LogicalDevice.h"
 
 namespace Component {
 namespace LogicalDevice {

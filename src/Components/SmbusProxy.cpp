@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <string>
 
-#include "Components/Led.h"
+#include "Components/LogicalDevice.h"
 #include "KeldoUtil/Assert.h"
 #include "KeldoUtil/NotImplementedException.h"
 #include "Topology.h"

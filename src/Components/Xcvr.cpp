@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "Components/Led.h"
+#include "Components/LogicalDevice.h"
 #include "KeldoUtil/Assert.h"
 
 namespace Component {
