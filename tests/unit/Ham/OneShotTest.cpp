@@ -1,5 +1,6 @@
 // The base access method: one-shot operations (run against the recording
 // fake), the retry request, and the slots a transport leaves to the base.
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -28,14 +29,14 @@ TEST(HamOneShot, ReadsFetchTheirOwnWidthAndBlockReadsLetTheDeviceDecide) {
   uint16_t w = 0, pc = 0;
   uint32_t l = 0;
   std::string block, part;
-  EXPECT_EQ(ham.read8(0x10, &b), PL_STATUS_OK);
-  EXPECT_EQ(ham.read16(0x10, &w), PL_STATUS_OK);
-  EXPECT_EQ(ham.read32(0x10, &l), PL_STATUS_OK);
-  EXPECT_EQ(ham.processCall(0x10, 0xBEEF, &pc), PL_STATUS_OK);
-  EXPECT_EQ(ham.recvByte(&rb), PL_STATUS_OK);
-  EXPECT_EQ(ham.readBlock(0x20, &block), PL_STATUS_OK);
-  EXPECT_EQ(ham.read(0x20, 3, &part, true), PL_STATUS_OK);
-
+  // One statement each: the order of the calls is part of what is checked.
+  ASSERT_EQ(ham.read8(0x10, &b), PL_STATUS_OK);
+  ASSERT_EQ(ham.read16(0x10, &w), PL_STATUS_OK);
+  ASSERT_EQ(ham.read32(0x10, &l), PL_STATUS_OK);
+  ASSERT_EQ(ham.processCall(0x10, 0xBEEF, &pc), PL_STATUS_OK);
+  ASSERT_EQ(ham.recvByte(&rb), PL_STATUS_OK);
+  ASSERT_EQ(ham.readBlock(0x20, &block), PL_STATUS_OK);
+  ASSERT_EQ(ham.read(0x20, 3, &part, true), PL_STATUS_OK);
   EXPECT_EQ(std::make_tuple(b, w, l, pc, rb, block, part),
             std::make_tuple(0xCD, 0xABCD, 0x1234ABCDu, 0xABCD, 0x5A, "abcdef", "abc"));
   EXPECT_EQ(ham.calls, oneTransactionEach({C::read8(0x10), C::read16(0x10), C::read32(0x10),
@@ -52,19 +53,19 @@ TEST(HamOneShot, FailedExecuteIsReturnedAndLeavesTheOutputUntouched) {
   uint16_t w = 0x2222;
   uint32_t l = 0x33333333;
   std::string s = "sentinel";
-  const std::vector<std::function<pl_status(Ham::Ham&)>> reads = {
-      [&](Ham::Ham& h) { return h.recvByte(&b); },        [&](Ham::Ham& h) { return h.read8(1, &b); },
-      [&](Ham::Ham& h) { return h.read16(1, &w); },       [&](Ham::Ham& h) { return h.read32(1, &l); },
+  const std::function<pl_status(Ham::Ham&)> reads[] = {
+      [&](Ham::Ham& h) { return h.recvByte(&b); },          [&](Ham::Ham& h) { return h.read8(1, &b); },
+      [&](Ham::Ham& h) { return h.read16(1, &w); },         [&](Ham::Ham& h) { return h.read32(1, &l); },
       [&](Ham::Ham& h) { return h.processCall(1, 7, &w); }, [&](Ham::Ham& h) { return h.read(1, 4, &s, false); },
       [&](Ham::Ham& h) { return h.readBlock(1, &s); },
   };
-  for (size_t i = 0; i < reads.size(); ++i) {
+  for (const auto& read : reads) {
     FakeHam ham;
     ham.values = {{1, 0xFFFFFFFF}, {FakeHam::BYTE_REGISTER, 0xFF}};
     ham.blocks[1] = "device";
-    ham.executeDefault = 6;
-    EXPECT_EQ(reads[i](ham), 6) << i;
-    EXPECT_TRUE(ham.fetches.empty()) << i;
+    ham.executeResults = {6};
+    EXPECT_EQ(read(ham), 6);
+    EXPECT_TRUE(ham.fetches.empty());
   }
   EXPECT_EQ(std::make_tuple(b, w, l, s), std::make_tuple(0x11, 0x2222, 0x33333333u, "sentinel"));
 }
@@ -82,15 +83,6 @@ TEST(HamOneShot, WritesAreOneTransactionEachAndReturnWhatExecuteReturns) {
   EXPECT_EQ(ham.calls, oneTransactionEach({C::sendByte(0x7F, true), C::write8(1, 0xAB), C::write16(2, 0xABCD, true),
                                            C::write32(3, 0xDEADBEEF), C::write(4, std::string("x\0y", 3)),
                                            C::writeBlock(5, std::string("x\0", 2), true)}));
-  EXPECT_TRUE(ham.fetches.empty());
-}
-
-TEST(HamRetryCount, ZeroStillCountsAsARequest) {
-  FakeHam ham;
-  EXPECT_FALSE(ham.retryCountSet);
-  ham.retryCountIs(0);
-  EXPECT_TRUE(ham.retryCountSet);
-  EXPECT_EQ(ham.retryCount, 0u);
 }
 
 // Only the two pure slots filled, as a transport that supports nothing else.
@@ -100,26 +92,27 @@ class BareHam : public Ham::Ham {
   pl_status execute() override { return PL_STATUS_OK; }
 };
 
+TEST(HamBase, RetryCountOfZeroStillCountsAsARequest) {
+  BareHam ham;
+  ham.retryCount = 3;
+  ham.retryCountIs(0);
+  EXPECT_TRUE(ham.retryCountSet);
+  EXPECT_EQ(ham.retryCount, 0u);
+}
+
 TEST(HamBase, UnsupportedOperationsThrowNamingThemselves) {
   BareHam ham;
   const uint8_t byte = 0;
-  const std::vector<std::pair<std::string, std::function<void()>>> slots = {
-      {"addRecvByte", [&] { ham.addRecvByte(); }},
-      {"addRead8", [&] { ham.addRead8(0); }},
-      {"addRead16", [&] { ham.addRead16(0); }},
-      {"addRead32", [&] { ham.addRead32(0); }},
-      {"addRead", [&] { ham.addRead(0, 1, false); }},
-      {"addReadBlock", [&] { ham.addReadBlock(0); }},
-      {"addSendByte", [&] { ham.addSendByte(0, false); }},
-      {"addWrite8", [&] { ham.addWrite8(0, 0, false); }},
-      {"addWrite16", [&] { ham.addWrite16(0, 0, false); }},
-      {"addWrite32", [&] { ham.addWrite32(0, 0, false); }},
+  const std::pair<std::string, std::function<void()>> slots[] = {
+      {"addRecvByte", [&] { ham.addRecvByte(); }},           {"addRead8", [&] { ham.addRead8(0); }},
+      {"addRead16", [&] { ham.addRead16(0); }},              {"addRead32", [&] { ham.addRead32(0); }},
+      {"addRead", [&] { ham.addRead(0, 1, false); }},        {"addReadBlock", [&] { ham.addReadBlock(0); }},
+      {"addSendByte", [&] { ham.addSendByte(0, false); }},   {"addWrite8", [&] { ham.addWrite8(0, 0, false); }},
+      {"addWrite16", [&] { ham.addWrite16(0, 0, false); }},  {"addWrite32", [&] { ham.addWrite32(0, 0, false); }},
       {"addWrite", [&] { ham.addWrite(0, &byte, 1, false); }},
       {"addWriteBlock", [&] { ham.addWriteBlock(0, &byte, 1, false); }},
-      {"addProcessCall", [&] { ham.addProcessCall(0, 0); }},
-      {"get8", [&] { ham.get8(0); }},
-      {"get16", [&] { ham.get16(0); }},
-      {"get32", [&] { ham.get32(0); }},
+      {"addProcessCall", [&] { ham.addProcessCall(0, 0); }}, {"get8", [&] { ham.get8(0); }},
+      {"get16", [&] { ham.get16(0); }},                      {"get32", [&] { ham.get32(0); }},
       {"getBlock", [&] { ham.getBlock(0, 0); }},
   };
   for (const auto& [name, call] : slots) {
@@ -138,9 +131,18 @@ TEST(HamBase, SimulationHooksOnlyLeaveANotice) {
   Utils::ExpectedValues table = {{0, Utils::ExpectedVal(1, 1)}};
   ham.setDriverName("LM75", "3");
   ham.setExpected(&table);
-  EXPECT_EQ(FakeHost::traceTexts(0), (std::vector<std::string>{"virtual Ham::setDriverName() invoked!!!",
-                                                               "virtual Ham::setExpected() invoked!!!"}));
-  EXPECT_EQ(FakeHost::traces().size(), 2u);
+  EXPECT_EQ(FakeHost::traceTexts(), (std::vector<std::string>{"virtual Ham::setDriverName() invoked!!!",
+                                                              "virtual Ham::setExpected() invoked!!!"}));
+}
+
+// The fake's own safety net: fetches a real transport would not answer.
+TEST(FakeHam, FlagsFetchesThatARealTransportWouldNotAnswer) {
+  FakeHam ham;
+  ham.prepare();
+  auto id = ham.addRead8(1);
+  EXPECT_NONFATAL_FAILURE(ham.get8(id), "without a successful execute()");
+  ham.execute();
+  EXPECT_NONFATAL_FAILURE(ham.get8(id + 1), "with id 1 but only 1 operation(s) queued");
 }
 
 }  // namespace
