@@ -1,66 +1,144 @@
-// The SMBus transport against an in-test proxy over a real socket: what each
-// operation puts on the wire, multiplexer splicing, and the failure paths.
+// The SMBus transport against a scripted proxy over a real socket: what each
+// operation puts on the wire, resolution from the topology, multiplexer
+// splicing, the failure paths, and the raw-access driver on top of it.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <deque>
+#include <functional>
 #include <memory>
-#include <regex>
+#include <mutex>
+#include <optional>
 
-#include "Drivers/GenericSmbusMux.h"
+#include "../PLSocket/ScriptedProxy.h"
+#include "Drivers/SmbusProxyDriver.h"
 #include "FakeHost.h"
-#include "FakeProxy.h"
 #include "Ham/KeldoSmbusHam.h"
 #include "Keldo.h"
 #include "KeldoUtil/NotImplementedException.h"
 #include "PlatformLibrary/PLSocket.h"
+#include "TempDir.h"
+#include "Topology.h"
 
 using Ham::KeldoSmbusHam;
 
 namespace {
 
-// Device 0x50 on bus 9 of accelerator 3, register addresses of one byte.
-Topology::AhamAddress deviceAddress(uint32_t address = 0x50) {
-  Topology::AhamAddress a;
-  a.setAddress(address);
-  a.setBus(9);
-  a.setAccel(3);
-  a.setAddrSize(1);
-  return a;
-}
-constexpr uint32_t kWord1 = 0x0200C4D0;  // the address above, written out by hand
-const Topology::PCIAddress kPci{0xAB0100};
+// SCD 0x1234, accelerator 2, bus 5: device 96 (component 7) on the bus and
+// device 97 (component 9) behind mux 0x70 channel 4 and mux 0x71 channel 8.
+// Two plain I2C buses, one flagged.
+const char* const kBoard = R"([
+  {"type": "SCD", "ham": "KeldoSmbus", "pci": 4660, "accelerators": [{"id": 2, "busses": [
+    {"id": 5, "devices": [
+      {"did": 112, "uid": 1112, "driver": "PCA9548", "address": {"address": 112}, "components": [{"uid": 1112}]},
+      {"did": 96, "driver": "Dummy", "address": {"address": 80, "addrSize": 2, "readDelay": 3},
+       "components": [{"uid": 7}]}],
+     "muxes": [{"did": 112, "busses": [{"id": 4, "devices": [
+        {"did": 113, "uid": 1113, "driver": "PCA9548", "address": {"address": 113}, "components": [{"uid": 1113}]}],
+       "muxes": [{"did": 113, "busses": [{"id": 8, "label": "behind-muxes", "devices": [
+        {"did": 97, "driver": "Dummy", "address": {"address": 81}, "components": [{"uid": 9}]}]}]}]}]}]}]}]},
+  {"type": "I2C", "ham": "KeldoSmbus", "id": 12, "simulated": true, "devices": [
+    {"did": 200, "driver": "Dummy", "address": {"address": 32}}]},
+  {"type": "I2C", "ham": "KeldoSmbus", "id": 13, "label": "i2c-13", "devices": [
+    {"did": 201, "driver": "Dummy", "address": {"address": 33}}]}
+])";
 
-std::unique_ptr<KeldoSmbusHam> scdHam(uint32_t address = 0x50) {
-  return std::unique_ptr<KeldoSmbusHam>(KeldoSmbusHam::createFromAddress(deviceAddress(address), &kPci));
+// Word 1 of a resolved address: device, bus, accelerator, bits 25-26 = 1.
+constexpr uint32_t word1(uint32_t address, uint32_t bus, uint32_t accel) {
+  return address | bus << 7 | accel << 14 | 1u << 25;
+}
+
+// Device 0x50 on bus 9 of accelerator 3 of the SCD at PCI 0xAB0100.
+constexpr uint32_t kScdWord1 = word1(0x50, 9, 3);
+std::unique_ptr<KeldoSmbusHam> scdHam() {
+  Topology::AhamAddress a;
+  a.word1 = kScdWord1;
+  const Topology::PCIAddress pci{0xAB0100};
+  return std::unique_ptr<KeldoSmbusHam>(KeldoSmbusHam::createFromAddress(a, &pci));
+}
+
+Smbus::TransactionResponse entries(std::initializer_list<std::string> data) {
+  Smbus::TransactionResponse response;
+  for (const std::string& d : data) response.add_response()->set_data(d);
+  return response;
+}
+
+Smbus::TransactionResponse failure(const char* reason) {
+  Smbus::TransactionResponse response;
+  response.set_failure(1);
+  if (reason) response.set_reason(reason);
+  return response;
 }
 
 class KeldoSmbusHamTest : public ::testing::Test {
  protected:
   void SetUp() override {
     FakeHost::reset();
+    ASSERT_EQ(Topology::loadTopology(kBoard), PL_STATUS_OK);
+    setenv("KELDO_SMBUS_SOCKET", dir_.file("proxy.sock").c_str(), 1);
     _plSock = new PlatformLibrary::PLSocket;
     ASSERT_EQ(_plSock->setup(), 0);
   }
   void TearDown() override {
     delete _plSock;
     _plSock = nullptr;
+    unsetenv("KELDO_SMBUS_SOCKET");
   }
-  FakeProxy proxy;
-};
 
-struct EntryCase {
-  const char* name;
-  std::function<Ham::Ham::ResponseId(KeldoSmbusHam&)> queue;
-  Smbus::RequestType type;
-  uint32_t reg, length;
-  std::string data;
-  bool writeFlag;
-  uint32_t readFlag;
+  // The proxy's next answer (nullopt: it hangs up instead). Without one it
+  // answers an empty entry per request entry.
+  void then(std::optional<Smbus::TransactionResponse> answer) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    answers_.push_back(std::move(answer));
+  }
+  std::vector<Smbus::TransactionRequest> sent() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return requests_;
+  }
+  // The access method of topology device `did`, looked up by its component
+  // `uid` or by itself (NO_COMPONENT); not yet initialised.
+  static KeldoSmbusHam* resolve(uint32_t did, uint32_t uid) {
+    Drivers::DriverArgs args = *Topology::findDevice(did)->args;
+    args.uid = uid;
+    return KeldoSmbusHam::create(*Topology::_topology, args);
+  }
+
+ private:
+  void serve(ScriptedProxy& proxy, int fd) {
+    for (std::string body; proxy.readFrame(fd, body);) {
+      std::lock_guard<std::mutex> lock(mutex_);
+      requests_.emplace_back().ParseFromString(body);
+      std::optional<Smbus::TransactionResponse> answer(std::in_place);
+      for (int i = 0; i < requests_.back().request_size(); ++i) answer->add_response();
+      if (!answers_.empty()) {
+        answer = std::move(answers_.front());
+        answers_.pop_front();
+      }
+      if (!answer) return;
+      ScriptedProxy::writeAll(fd, ScriptedProxy::frame(answer->SerializeAsString()));
+    }
+  }
+
+  TempDir dir_;
+  std::mutex mutex_;
+  std::deque<std::optional<Smbus::TransactionResponse>> answers_;
+  std::vector<Smbus::TransactionRequest> requests_;
+  ScriptedProxy proxy_{dir_.file("proxy.sock"), [this](ScriptedProxy& p, int fd) { serve(p, fd); }};
 };
 
 TEST_F(KeldoSmbusHamTest, EveryOperationBuildsItsEntry) {
-  const EntryCase cases[] = {
+  const struct {
+    const char* name;
+    std::function<Ham::Ham::ResponseId(KeldoSmbusHam&)> queue;
+    Smbus::RequestType type;
+    uint32_t reg, length;
+    std::string data;
+    bool writeFlag;
+    uint32_t readFlag;
+  } cases[] = {
       {"recvByte", [](KeldoSmbusHam& h) { return h.addRecvByte(); }, Smbus::READ, 0, 0, "", false, 0},
       {"read8", [](KeldoSmbusHam& h) { return h.addRead8(0x12); }, Smbus::READ, 0x12, 1, "", false, 0},
       {"read16", [](KeldoSmbusHam& h) { return h.addRead16(0x1234); }, Smbus::READ, 0x1234, 2, "", false, 0},
@@ -79,18 +157,17 @@ TEST_F(KeldoSmbusHamTest, EveryOperationBuildsItsEntry) {
   };
   auto ham = scdHam();
   ham->prepare();
-  Ham::Ham::ResponseId expectedId = 0;
-  for (const auto& c : cases) EXPECT_EQ(c.queue(*ham), expectedId++) << c.name;
+  Ham::Ham::ResponseId id = 0;
+  for (const auto& c : cases) EXPECT_EQ(c.queue(*ham), id++) << c.name;
   ASSERT_EQ(ham->execute(), PL_STATUS_OK);
 
-  ASSERT_EQ(proxy.requests().size(), 1u);
-  const Smbus::TransactionRequest sent = proxy.requests()[0];
-  ASSERT_EQ(sent.request_size(), static_cast<int>(std::size(cases)));
-  for (size_t i = 0; i < std::size(cases); ++i) {
-    const EntryCase& c = cases[i];
-    const Smbus::Request& e = sent.request(static_cast<int>(i));
+  ASSERT_EQ(sent().size(), 1u);
+  const Smbus::TransactionRequest request = sent()[0];
+  ASSERT_EQ(request.request_size(), static_cast<int>(std::size(cases)));
+  for (const auto& c : cases) {
+    const Smbus::Request& e = request.request(static_cast<int>(&c - cases));
     EXPECT_EQ(e.type(), c.type) << c.name;
-    EXPECT_EQ(e.address(), uint64_t{kWord1 | c.readFlag << 21} << 32 | c.reg) << c.name;
+    EXPECT_EQ(e.address(), uint64_t{kScdWord1 | c.readFlag << 21} << 32 | c.reg) << c.name;
     EXPECT_EQ(e.length(), c.length) << c.name;
     EXPECT_EQ(e.data(), c.data) << c.name;
     EXPECT_EQ(e.writeflag(), c.writeFlag) << c.name;
@@ -99,34 +176,65 @@ TEST_F(KeldoSmbusHamTest, EveryOperationBuildsItsEntry) {
   }
 }
 
-// Two multiplexers, outer chip 0x70 on channel 4, inner chip 0x71 on channel 8.
-TEST_F(KeldoSmbusHamTest, MuxChainSelectsOutermostFirstAndResetsInnermostFirst) {
-  auto outerHam = scdHam(0x70), innerHam = scdHam(0x71);
-  Drivers::GenericSmbusMux outerChip(outerHam.get()), innerChip(innerHam.get());
-  auto ham = scdHam();
-  ham->muxes = {outerChip.newMux({}, 4), innerChip.newMux({}, 8)};
-  ham->init();
-  EXPECT_EQ(ham->prepareRequestCount_, 2);
+TEST_F(KeldoSmbusHamTest, ResolutionFindsTheControllerItsBusAndTheMuxes) {
+  const uint32_t none = Drivers::DriverArgs::NO_COMPONENT;
+  auto onBus = [](const char* label, uint8_t address) {
+    return KeldoSmbusHam::createOnBus(*Topology::_topology, Topology::getBusByLabel(label), address);
+  };
+  Topology::AhamAddress plain;
+  plain.setAddress(0x48);
+  const Topology::PCIAddress pci{0x300};
+  const struct {
+    const char* name;
+    std::function<KeldoSmbusHam*()> make;
+    Smbus::MasterType master;
+    uint32_t pci, word1;
+    size_t muxes;
+  } cases[] = {
+      // JSON register size 2 and read delay 3: the size is sent as 1, the delay as written.
+      {"by component", [] { return resolve(96, 7); }, Smbus::SCD, 4660, 0xC20082D0, 0},
+      {"by device", [=] { return resolve(96, none); }, Smbus::SCD, 4660, 0xC20082D0, 0},
+      {"behind muxes", [] { return resolve(97, 9); }, Smbus::SCD, 4660, word1(81, 5, 2), 2},
+      {"flagged I2C", [=] { return resolve(200, none); }, Smbus::I2C_FLAGGED, 0, word1(32, 12, 0), 0},
+      {"plain I2C", [=] { return resolve(201, none); }, Smbus::I2C, 0, word1(33, 13, 0), 0},
+      {"on a bus", [&] { return onBus("i2c-13", 0xC5); }, Smbus::I2C, 0, word1(0x45, 13, 0), 0},
+      {"on a bus behind muxes", [&] { return onBus("behind-muxes", 0x22); }, Smbus::SCD, 4660, word1(0x22, 5, 2), 2},
+      {"address and PCI", [&] { return KeldoSmbusHam::createFromAddress(plain, &pci); }, Smbus::SCD, 0x300, 0x48, 0},
+      {"address only", [&] { return KeldoSmbusHam::createFromAddress(plain, nullptr); }, Smbus::I2C, 0, 0x48, 0},
+  };
+  for (const auto& c : cases) {
+    std::unique_ptr<KeldoSmbusHam> ham(c.make());
+    ASSERT_TRUE(ham) << c.name;
+    EXPECT_EQ(ham->masterType, c.master) << c.name;
+    EXPECT_EQ(ham->pciAddress, c.pci) << c.name;
+    EXPECT_EQ(ham->address.word1, c.word1) << c.name;
+    EXPECT_EQ(ham->muxes.size(), c.muxes) << c.name;
+  }
+  EXPECT_EQ(std::unique_ptr<KeldoSmbusHam>(resolve(96, 12345)), nullptr) << "no such component";
+  EXPECT_EQ(std::unique_ptr<KeldoSmbusHam>(onBus("behind-muxes", 0x22))->prepareRequestCount_, 2) << "initialised";
+}
 
+TEST_F(KeldoSmbusHamTest, MuxChainSelectsOutermostFirstAndResetsInnermostFirst) {
+  std::unique_ptr<KeldoSmbusHam> ham(resolve(97, 9));
+  ASSERT_TRUE(ham);
+  ham->init();
   for (int round = 0; round < 2; ++round) {  // the selections survive prepare()
-    proxy.thenEntries({"", "", "\x99", "", "", ""});
+    then(entries({"\x01", "\x02", "\x99", "\x04", "\x05", "\x06"}));
     ham->prepare();
     EXPECT_EQ(ham->addRead8(0x10), 0u);
     EXPECT_EQ(ham->addWrite8(0x11, 5, false), 1u);
     ASSERT_EQ(ham->execute(), PL_STATUS_OK);
     EXPECT_EQ(ham->get8(0), 0x99);  // entry 2: after the two selections
   }
-  ASSERT_EQ(proxy.requests().size(), 2u);
-  const Smbus::TransactionRequest sent = proxy.requests()[1];
-  const std::pair<uint32_t, uint32_t> expected[] = {  // (device address, register)
-      {0x70, 4}, {0x71, 8}, {0x50, 0x10}, {0x50, 0x11}, {0x71, 0}, {0x70, 0}};
-  ASSERT_EQ(sent.request_size(), 6);
+  ASSERT_EQ(sent().size(), 2u);
+  const Smbus::TransactionRequest request = sent()[1];
+  const std::pair<uint32_t, uint32_t> expected[] = {  // (word 1, register)
+      {word1(112, 5, 2), 4},    {word1(113, 5, 2), 8}, {word1(81, 5, 2), 0x10},
+      {word1(81, 5, 2), 0x11}, {word1(113, 5, 2), 0}, {word1(112, 5, 2), 0}};
+  ASSERT_EQ(request.request_size(), 6);
   for (int i = 0; i < 6; ++i) {
-    EXPECT_EQ(sent.request(i).address() >> 32 & 0x7F, expected[i].first) << i;
-    EXPECT_EQ(sent.request(i).address() & 0xFFFFFFFF, expected[i].second) << i;
+    EXPECT_EQ(request.request(i).address(), uint64_t{expected[i].first} << 32 | expected[i].second) << i;
   }
-  EXPECT_EQ(sent.request(0).type(), Smbus::WRITE);
-  EXPECT_EQ(sent.request(0).length(), 0u);
 }
 
 TEST_F(KeldoSmbusHamTest, RetryCountIsSentOnlyAfterRetryCountIs) {
@@ -134,77 +242,85 @@ TEST_F(KeldoSmbusHamTest, RetryCountIsSentOnlyAfterRetryCountIs) {
   EXPECT_EQ(ham->write8(1, 2, false), PL_STATUS_OK);
   ham->retryCountIs(0);
   EXPECT_EQ(ham->write8(1, 2, false), PL_STATUS_OK);
-  ham->retryCountIs(3);
-  EXPECT_EQ(ham->write8(1, 2, false), PL_STATUS_OK);
-  auto sent = proxy.requests();
-  ASSERT_EQ(sent.size(), 3u);
-  EXPECT_FALSE(sent[0].has_retrycount());
-  EXPECT_TRUE(sent[1].has_retrycount());
-  EXPECT_EQ(sent[1].retrycount(), 0u);
-  EXPECT_EQ(sent[2].retrycount(), 3u);
+  const auto requests = sent();
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_FALSE(requests[0].has_retrycount());
+  EXPECT_TRUE(requests[1].has_retrycount());
+  EXPECT_EQ(requests[1].retrycount(), 0u);
 }
 
-TEST_F(KeldoSmbusHamTest, FailedAnswersGiveStatusSixWithTheirReason) {
+TEST_F(KeldoSmbusHamTest, BadAnswersGiveStatusSixAndLostConnectionsFour) {
   auto ham = scdHam();
-  proxy.thenFailure("entry 0: no acknowledge from 0x50 on bus 9");
-  proxy.thenFailure(nullptr);
-  proxy.thenEntries({"", ""});
+  then(failure("entry 0: no acknowledge"));
+  then(failure(nullptr));
+  then(entries({"", ""}));
+  then(std::nullopt);
   uint8_t value = 0x5A;
-  EXPECT_EQ(ham->read8(1, &value), PL_STATUS_INTERNAL);
-  EXPECT_EQ(ham->read8(1, &value), PL_STATUS_INTERNAL);
-  EXPECT_EQ(ham->read8(1, &value), PL_STATUS_INTERNAL);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(ham->read8(1, &value), PL_STATUS_INTERNAL);
+  EXPECT_EQ(ham->read8(1, &value), PL_STATUS_UNAVAILABLE);
   EXPECT_EQ(value, 0x5A);
-  EXPECT_EQ(FakeHost::traceTexts(3), (std::vector<std::string>{
-                                         "execute: failure in response entry 0: no acknowledge from 0x50 on bus 9",
-                                         "execute: failure in response unknown reason",
-                                         "execute: invalid number of response entries; expected 1, got 2"}));
+  const std::string reset = std::to_string(ECONNRESET) + ", " + std::strerror(ECONNRESET);
+  EXPECT_EQ(FakeHost::traceTexts(3), (std::vector<std::string>{"execute: failure in response entry 0: no acknowledge",
+                                                               "execute: failure in response unknown reason",
+                                                               "execute: invalid number of response entries; "
+                                                               "expected 1, got 2",
+                                                               "execute: error. " + reset}));
 }
 
-TEST_F(KeldoSmbusHamTest, SocketErrorGivesStatusFourAndTheNextTransactionReconnects) {
+// The host's raw access: no retries, the read pause after every read, failed
+// or not, and the length rules of the two block reads.
+TEST_F(KeldoSmbusHamTest, SmbusProxyDriverPausesAndCutsBlocks) {
   auto ham = scdHam();
-  proxy.thenHangUp();
-  EXPECT_EQ(ham->write8(1, 2, false), PL_STATUS_UNAVAILABLE);
-  EXPECT_EQ(ham->write8(1, 2, false), PL_STATUS_OK);
+  Drivers::DriverArgs args;
+  args.driverArgs = {{"localReadDelayMs", "300"}};
+  std::unique_ptr<Component::HardwareDevice> device(Drivers::SmbusProxyDriver::create(args, ham.get()));
+  std::unique_ptr<Drivers::SmbusProxyDriver::SmbusProxy> proxy(
+      static_cast<Drivers::SmbusProxyDriver::SmbusProxy*>(device->newSmbusProxy(args)));
+  auto ms = [](const std::function<void()>& call) {
+    const auto start = std::chrono::steady_clock::now();
+    call();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+  };
+  then(failure("nak"));
+  uint8_t byte = 7;
+  const auto paused = ms([&] { EXPECT_EQ(proxy->readByte(1, &byte), PL_STATUS_INTERNAL); });
+  EXPECT_TRUE(paused >= 300 && paused < 1000) << paused;
+  EXPECT_EQ(byte, 7);
 
-  PlatformLibrary::PLSocket* socket = _plSock;
-  _plSock = nullptr;  // never connected
-  EXPECT_EQ(ham->write8(1, 2, false), PL_STATUS_UNAVAILABLE);
-  _plSock = socket;
-
-  auto lines = FakeHost::traceTexts(3);
-  ASSERT_EQ(lines.size(), 2u);
-  std::smatch m;
-  ASSERT_TRUE(std::regex_match(lines[0], m, std::regex("execute: error\\. (\\d+), (.*)")));
-  EXPECT_EQ(m[2].str(), std::strerror(std::stoi(m[1].str())));
-  EXPECT_EQ(lines[1], "execute: error. " + std::to_string(ENOTCONN) + ", " + std::strerror(ENOTCONN));
+  uint8_t buffer[40] = {};
+  for (const char* answer : {"ab", "abcd"}) {  // three bytes asked for
+    then(entries({answer}));
+    EXPECT_LT(ms([&] { EXPECT_EQ(proxy->i2cBlockRead(0x16, buffer, 3), PL_STATUS_UNAVAILABLE); }), 150) << answer;
+  }
+  EXPECT_EQ(buffer[0], 0);
+  then(entries({std::string(40, 'z')}));
+  unsigned int length = 0;
+  EXPECT_EQ(proxy->blockRead(0x20, buffer, &length), PL_STATUS_OK);
+  EXPECT_EQ(length, 32u);
+  EXPECT_EQ(buffer[31], 'z');
+  EXPECT_EQ(buffer[32], 0);
+  for (const auto& request : sent()) EXPECT_TRUE(request.has_retrycount() && request.retrycount() == 0);
 }
 
-// Fetches read the answer held by the access method; no proxy needed.
-KeldoSmbusHam& answered(KeldoSmbusHam& ham, std::initializer_list<const char*> data) {
-  ham.response.Clear();
-  for (const char* d : data) ham.response.add_response()->set_data(d);
+// Fetches read the answer the access method holds; no proxy needed.
+std::unique_ptr<KeldoSmbusHam> answered(std::initializer_list<const char*> data) {
+  auto ham = scdHam();
+  for (const char* d : data) ham->response.add_response()->set_data(d);
   return ham;
 }
 
-TEST(KeldoSmbusHamFetch, DecodesLittleEndianWordsAndWholeBlocks) {
-  auto ham = scdHam();
-  answered(*ham, {"\x34\x12", "\x7f", "abcdef"});
-  EXPECT_EQ(ham->get16(0), 0x1234);
-  EXPECT_EQ(ham->get8(1), 0x7F);
-  EXPECT_EQ(ham->getBlock(2, 2), "abcdef");
-  EXPECT_THROW(ham->addRead32(0), NotImplementedException);
-  EXPECT_THROW(ham->addWrite32(0, 0, false), NotImplementedException);
-  EXPECT_THROW(ham->get32(0), NotImplementedException);
+TEST(KeldoSmbusHamFetch, WordsAreLittleEndianAndThirtyTwoBitOperationsAreMissing) {
+  EXPECT_EQ(answered({"\x34\x12"})->get16(0), 0x1234);
+  EXPECT_THAT([] { scdHam()->addRead32(0); },
+              testing::ThrowsMessage<NotImplementedException>(testing::StrEq("Not implemented addRead32")));
+  EXPECT_THROW(scdHam()->addWrite32(0, 0, false), NotImplementedException);
+  EXPECT_THROW(scdHam()->get32(0), NotImplementedException);
 }
 
 TEST(KeldoSmbusHamFetchDeathTest, MisuseStopsTheProcess) {
-  auto ham = scdHam();
-  answered(*ham, {"\x34\x12", "\x7f"});
-  EXPECT_DEATH(ham->get8(0), "data.size\\(\\) == 1");
-  EXPECT_DEATH(ham->get16(1), "data.size\\(\\) == 2");
-  EXPECT_DEATH(ham->get8(Ham::Ham::INVALID_RESPONSE_ID), "idx != INVALID_RESPONSE_ID");
-  EXPECT_DEATH(ham->getBlock(2, 0),
-               "\\( uint32_t \\)response_.response_size\\(\\) > prepareRequestCount_ \\+ idx");
+  auto ham = answered({"\x34\x12"});
+  EXPECT_DEATH(ham->get8(0), "Assertion `data.size\\(\\) == 1' failed");
+  EXPECT_DEATH(ham->get8(Ham::Ham::INVALID_RESPONSE_ID), "Assertion `idx != INVALID_RESPONSE_ID' failed");
 }
 
 }  // namespace
