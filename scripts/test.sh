@@ -26,5 +26,5 @@ cmake --build build-asan -j"$jobs"
 echo "== Normal build"
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build -j"$jobs"
-echo "(all checks took $(( $(date +%s) - start )) s)"
+echo "(builds and earlier checks took $(( $(date +%s) - start )) s)"
 (cd build && ctest --output-on-failure -j"$jobs" --timeout 300)
