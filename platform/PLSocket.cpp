@@ -1,7 +1,9 @@
 #include "PlatformLibrary/PLSocket.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -20,6 +22,10 @@ namespace {
 constexpr const char* kDefaultSocketPath = "/run/keldo/smbus-proxy.sock";
 constexpr unsigned int kDefaultTimeoutMs = 5000;
 constexpr size_t kHeaderBytes = 4;
+// Room for the header and any usual answer, so that one read takes it whole.
+constexpr size_t kReceiveChunk = 4096;
+// Shortest time limit for which an answer is awaited in a blocking recv().
+constexpr unsigned int kBlockingWaitMinMs = 64;
 
 // KELDO_SMBUS_TIMEOUT_MS when it holds a positive decimal number that poll()
 // can take, else the default.
@@ -48,6 +54,22 @@ std::string frameHeader(uint32_t length) {
 uint32_t frameLength(const uint8_t* header) {
   return (uint32_t{header[0]} << 24) | (uint32_t{header[1]} << 16) | (uint32_t{header[2]} << 8) |
          uint32_t{header[3]};
+}
+
+timeval toTimeval(std::chrono::milliseconds t) {
+  timeval tv{};
+  tv.tv_sec = static_cast<time_t>(t.count() / 1000);
+  tv.tv_usec = static_cast<suseconds_t>((t.count() % 1000) * 1000);
+  return tv;
+}
+
+// Closes a descriptor that did not become the connection, keeping the errno
+// that explains why.
+int closeAfterSetupError(int fd) {
+  int error = errno;
+  ::close(fd);
+  errno = error;
+  return -1;
 }
 
 }  // namespace
@@ -79,10 +101,24 @@ int PLSocket::connectOnce() {
   int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (fd < 0) return -1;
   if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-    int error = errno;
-    ::close(fd);
-    errno = error;
-    return -1;
+    return closeAfterSetupError(fd);
+  }
+  // Connected, the descriptor turns blocking with a receive timeout, so that
+  // waiting for an answer and taking it is one recv(): a thread asleep in
+  // recv() is woken by the answer sooner than one asleep in poll(), and the
+  // round trip is mostly that wake-up (measured in docs/performance.md). Sends and the idle check pass
+  // MSG_DONTWAIT and stay non-blocking. The kernel runs that timeout on a
+  // coarse timer that can fire an eighth of the wait plus a tick or two late,
+  // so it is half the limit, and receiveFrame() waits out the rest with
+  // poll(), whose timer is precise. Below kBlockingWaitMinMs that margin is
+  // too thin and every wait is a poll().
+  const int flags = ::fcntl(fd, F_GETFL);
+  if (flags < 0 || ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) != 0) return closeAfterSetupError(fd);
+  rxTimeoutForMs_ = 0;
+  if (timeoutMs_ >= kBlockingWaitMinMs) {
+    const timeval half = toTimeval(std::chrono::milliseconds(timeoutMs_ / 2));
+    if (::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &half, sizeof half) != 0) return closeAfterSetupError(fd);
+    rxTimeoutForMs_ = timeoutMs_;
   }
   fd_ = fd;
   return 0;
@@ -98,16 +134,16 @@ void PLSocket::closeConnection() {
 // The proxy never speaks unasked, so anything readable on an idle connection
 // means it has gone away (end of file, reset) or the stream is out of step.
 // Either way the connection is useless, and because nothing of the next
-// request has been sent yet, replacing it cannot run anything twice.
+// request has been sent yet, replacing it cannot run anything twice. One
+// non-blocking peek tells all three apart from "idle and alive" (EAGAIN).
 bool PLSocket::peerHasClosed() const {
-  pollfd p{fd_, POLLIN, 0};
-  int ready = ::poll(&p, 1, 0);
-  if (ready <= 0) return false;
-  if (p.revents & (POLLHUP | POLLERR | POLLNVAL)) return true;
   uint8_t byte;
-  ssize_t n = ::recv(fd_, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
-  if (n < 0) return errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR;
-  return true;
+  for (;;) {
+    ssize_t n = ::recv(fd_, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    if (n >= 0) return true;
+    if (errno == EINTR) continue;
+    return errno != EAGAIN && errno != EWOULDBLOCK;
+  }
 }
 
 int PLSocket::ensureConnected() {
@@ -163,35 +199,47 @@ int PLSocket::writeQueued(Clock::time_point deadline) {
   return 0;
 }
 
-int PLSocket::readExactly(uint8_t* into, size_t count, Clock::time_point deadline) {
-  size_t done = 0;
-  while (done < count) {
-    ssize_t n = ::recv(fd_, into + done, count - done, MSG_DONTWAIT);
-    if (n > 0) {
-      done += static_cast<size_t>(n);
-      continue;
-    }
+// Reads one frame into rxBuffer_ and sets rxFrameBytes_ to its size. Until
+// the header is in, a read asks for as much as the buffer holds, so a usual
+// answer arrives in one call; after that, only for the rest of this frame.
+//
+// The first read blocks, bounded by the receive timeout: the answer is hardly
+// ever there the moment the request has gone out. Anything after it (the
+// timeout ran out, a signal interrupted the read, the frame comes in pieces)
+// is a non-blocking read and, when nothing is there, poll() on the time left,
+// so the limit holds for the frame as a whole.
+int PLSocket::receiveFrame(Clock::time_point deadline) {
+  if (rxBuffer_.size() < kReceiveChunk) rxBuffer_.resize(kReceiveChunk);
+  size_t have = 0;
+  size_t frameBytes = 0;  // 0 until the header is in
+  for (bool first = rxTimeoutForMs_ != 0 && rxTimeoutForMs_ == timeoutMs_;; first = false) {
+    const size_t want = frameBytes ? frameBytes - have : rxBuffer_.size() - have;
+    ssize_t n = ::recv(fd_, rxBuffer_.data() + have, want, first ? 0 : MSG_DONTWAIT);
     if (n == 0) {
       errno = ECONNRESET;  // the proxy closed instead of answering
       return -1;
     }
-    if (errno == EINTR) continue;
-    if (errno != EAGAIN && errno != EWOULDBLOCK) return -1;
-    if (waitFor(POLLIN, deadline) != 0) return -1;
+    if (n < 0) {
+      if (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK) return -1;
+      if (!first && errno != EINTR && waitFor(POLLIN, deadline) != 0) return -1;
+      continue;
+    }
+    have += static_cast<size_t>(n);
+    if (!frameBytes && have >= kHeaderBytes) {
+      const uint32_t length = frameLength(rxBuffer_.data());
+      if (length > kMaxFrameBytes) {
+        errno = EPROTO;
+        return -1;
+      }
+      frameBytes = kHeaderBytes + length;
+      if (rxBuffer_.size() < frameBytes) rxBuffer_.resize(frameBytes);
+    }
+    if (frameBytes && have >= frameBytes) {
+      rxFrameBytes_ = frameBytes;
+      rxSurplus_ = have > frameBytes;
+      return 0;
+    }
   }
-  return 0;
-}
-
-int PLSocket::receiveFrame(Clock::time_point deadline) {
-  rxBuffer_.assign(kHeaderBytes, 0);
-  if (readExactly(rxBuffer_.data(), kHeaderBytes, deadline) != 0) return -1;
-  uint32_t length = frameLength(rxBuffer_.data());
-  if (length > kMaxFrameBytes) {
-    errno = EPROTO;
-    return -1;
-  }
-  rxBuffer_.resize(kHeaderBytes + length);
-  return readExactly(rxBuffer_.data() + kHeaderBytes, length, deadline);
 }
 
 int PLSocket::sendRequestWait(Smbus::TransactionRequest* request, Smbus::TransactionResponse** response) {
@@ -220,11 +268,15 @@ int PLSocket::sendRequestWait(Smbus::TransactionRequest* request, Smbus::Transac
   if (receiveFrame(Clock::now() + timeout) != 0) return fail(errno);
 
   auto answer = std::make_unique<Smbus::TransactionResponse>();
-  if (!answer->ParseFromArray(rxBuffer_.data() + kHeaderBytes,
-                              static_cast<int>(rxBuffer_.size() - kHeaderBytes))) {
+  if (!answer->ParseFromArray(rxBuffer_.data() + kHeaderBytes, static_cast<int>(rxFrameBytes_ - kHeaderBytes))) {
     return fail(EPROTO);
   }
-  rxBuffer_.assign(kHeaderBytes, 0);
+  // Bytes after the answer were sent unasked: the stream is out of step. The
+  // answer itself is complete and stands; the connection is replaced before
+  // the next request, as the idle check would have done.
+  if (rxSurplus_) closeConnection();
+  // A buffer grown for a large answer is not kept for the life of the host.
+  if (rxBuffer_.size() > kReceiveChunk) std::vector<uint8_t>(kReceiveChunk).swap(rxBuffer_);
   *response = answer.release();
   return 0;
 }

@@ -54,12 +54,14 @@ class PLSocket {
   // Each returns 0, or -1 with errno set; the caller closes the connection.
   int waitFor(short events, Clock::time_point deadline) const;
   int writeQueued(Clock::time_point deadline);
-  int readExactly(uint8_t* into, size_t count, Clock::time_point deadline);
   int receiveFrame(Clock::time_point deadline);
   int fail(int error);
 
-  std::vector<uint8_t> rxBuffer_;       // frame header, then body
-  std::deque<std::string> txQueue_;     // serialized frames not yet written
+  std::vector<uint8_t> rxBuffer_;    // frame header, then body; reused from call to call
+  size_t rxFrameBytes_ = 0;          // header and body of the frame last received
+  bool rxSurplus_ = false;           // that read also took bytes past the frame
+  unsigned int rxTimeoutForMs_ = 0;  // the limit the receive timeout was set for; 0: none set
+  std::deque<std::string> txQueue_;  // serialized frames not yet written
   std::string path_;
 };
 

@@ -5,6 +5,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
 
 #include <atomic>
 #include <cerrno>
@@ -125,6 +127,85 @@ TEST_F(PLSocketTest, FailuresReportErrnoCloseTheConnectionAndAreNotResent) {
     proxy.reset();
     EXPECT_EQ(requests, c.answer ? 1 : 0) << "sent once";
   }
+}
+
+TEST_F(PLSocketTest, BytesSentUnaskedAfterAnAnswerMoveTheNextRequestToANewConnection) {
+  std::atomic<int> connections{0}, requestsOnFirst{0};
+  ScriptedProxy proxy(path_, [&](ScriptedProxy& p, int fd) {
+    std::string body;
+    if (++connections == 1) {
+      while (p.readFrame(fd, body)) {
+        ++requestsOnFirst;
+        ScriptedProxy::writeAll(fd, answerFrame("one") + std::string(2, '\0'));  // one write: answer, stray bytes
+      }
+      return;
+    }
+    while (p.readFrame(fd, body)) ScriptedProxy::writeAll(fd, answerFrame("two"));
+  });
+  PLSocket socket;
+  ASSERT_EQ(socket.setup(), 0);
+  EXPECT_EQ(send(socket), "one");
+  EXPECT_EQ(send(socket), "two");
+  EXPECT_EQ(send(socket), "two");
+  EXPECT_EQ(requestsOnFirst, 1);
+  EXPECT_EQ(connections, 2);
+}
+
+TEST_F(PLSocketTest, ShortTimeLimitsHoldForAnswersAndSilence) {
+  setenv("KELDO_SMBUS_TIMEOUT_MS", "40", 1);
+  std::atomic<int> requests{0};
+  ScriptedProxy proxy(path_, [&](ScriptedProxy& p, int fd) {
+    std::string body;
+    while (p.readFrame(fd, body)) {
+      if (++requests == 2) return std::this_thread::sleep_for(200ms);
+      ScriptedProxy::writeAll(fd, answerFrame("\x01"));
+    }
+  });
+  PLSocket socket;
+  ASSERT_EQ(socket.setup(), 0);
+  EXPECT_EQ(send(socket), "\x01");
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(send(socket), error(ETIMEDOUT));
+  const auto took = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(took, 38ms);
+  EXPECT_LT(took, 190ms);
+}
+
+// A handler installed without SA_RESTART interrupts whatever the waiting
+// thread is blocked in; the wait goes on for the time that is left.
+TEST_F(PLSocketTest, SignalsDuringTheWaitNeitherLoseTheAnswerNorStretchTheLimit) {
+  struct sigaction quiet = {};
+  struct sigaction previous = {};
+  quiet.sa_handler = [](int) {};
+  sigemptyset(&quiet.sa_mask);
+  ASSERT_EQ(sigaction(SIGUSR1, &quiet, &previous), 0);
+  std::atomic<int> requests{0};
+  ScriptedProxy proxy(path_, [&](ScriptedProxy& p, int fd) {
+    std::string body;
+    while (p.readFrame(fd, body)) {
+      std::this_thread::sleep_for(++requests == 1 ? 120ms : 600ms);
+      ScriptedProxy::writeAll(fd, answerFrame("late"));
+    }
+  });
+  PLSocket socket;
+  ASSERT_EQ(socket.setup(), 0);
+  std::atomic<bool> done{false};
+  const pthread_t waiter = pthread_self();
+  std::thread interrupter([&] {
+    while (!done) {
+      std::this_thread::sleep_for(25ms);
+      pthread_kill(waiter, SIGUSR1);
+    }
+  });
+  EXPECT_EQ(send(socket), "late");
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(send(socket), error(ETIMEDOUT));
+  const auto took = std::chrono::steady_clock::now() - start;
+  done = true;
+  interrupter.join();
+  sigaction(SIGUSR1, &previous, nullptr);
+  EXPECT_GE(took, 290ms);
+  EXPECT_LT(took, 590ms);
 }
 
 }  // namespace
