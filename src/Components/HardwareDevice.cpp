@@ -171,57 +171,37 @@ const char* MultiDevice::getDeviceDriverArg(const std::string& key) {
 }
 
 namespace {
-// Every handle the add entry returned is kept, a null one included, so the
-// lists mirror the order of the add calls.
+// Looks the key up and hands its text to the kind's exported add entry,
+// exactly as a host call would, so the nested add goes through
+// DeviceBase::create again (the text normally names a device of its own).
+// Every handle the entry returns is kept, a null one included, so the lists
+// mirror the order of the add calls. Only some kinds trace the text first.
 template <typename Handle>
-Handle* remember(std::vector<Handle*>& list, Handle* handle) {
-  list.push_back(handle);
-  return handle;
+Handle* addThroughEntry(MultiDevice& device, const std::string& key, Handle* (*add)(const char*),
+                        std::vector<Handle*>& list, const char* traceFormat = nullptr) {
+  const char* json = device.getDeviceDriverArg(key);
+  if (json == nullptr) {
+    return nullptr;
+  }
+  if (traceFormat != nullptr) {
+    pl_trace(6, traceFormat, json);
+  }
+  list.push_back(add(json));
+  return list.back();
 }
 }  // namespace
 
-// The nested add goes through DeviceBase::create exactly as a host call would,
-// so the text for a key normally names a device of its own (uid and driver).
-pl_slot* MultiDevice::addSlot(const std::string& key) {
-  const char* json = getDeviceDriverArg(key);
-  return json ? remember(slots, pl_slot_add(json)) : nullptr;
-}
-
-pl_led* MultiDevice::addLed(const std::string& key) {
-  const char* json = getDeviceDriverArg(key);
-  return json ? remember(leds, pl_led_add(json)) : nullptr;
-}
-
-pl_psu* MultiDevice::addPsu(const std::string& key) {
-  const char* json = getDeviceDriverArg(key);
-  return json ? remember(psus, pl_psu_add(json)) : nullptr;
-}
-
+pl_slot* MultiDevice::addSlot(const std::string& key) { return addThroughEntry(*this, key, pl_slot_add, slots); }
+pl_led* MultiDevice::addLed(const std::string& key) { return addThroughEntry(*this, key, pl_led_add, leds); }
+pl_psu* MultiDevice::addPsu(const std::string& key) { return addThroughEntry(*this, key, pl_psu_add, psus); }
 pl_fan* MultiDevice::addFan(const std::string& key) {
-  const char* json = getDeviceDriverArg(key);
-  if (json == nullptr) {
-    return nullptr;
-  }
-  pl_trace(6, "MultiDevice::addFan driver args = %s", json);
-  return remember(fans, pl_fan_add(json));
+  return addThroughEntry(*this, key, pl_fan_add, fans, "MultiDevice::addFan driver args = %s");
 }
-
 pl_xcvr* MultiDevice::addXcvr(const std::string& key) {
-  const char* json = getDeviceDriverArg(key);
-  if (json == nullptr) {
-    return nullptr;
-  }
-  pl_trace(6, "MultiDevice::addXcvr driver args = %s", json);
-  return remember(xcvrs, pl_xcvr_add(json));
+  return addThroughEntry(*this, key, pl_xcvr_add, xcvrs, "MultiDevice::addXcvr driver args = %s");
 }
-
 pl_gpio* MultiDevice::addGpio(const std::string& key) {
-  const char* json = getDeviceDriverArg(key);
-  if (json == nullptr) {
-    return nullptr;
-  }
-  pl_trace(6, "MultiDevice::addGpio driver args = %s", json);
-  return remember(gpios, pl_gpio_add(json));
+  return addThroughEntry(*this, key, pl_gpio_add, gpios, "MultiDevice::addGpio driver args = %s");
 }
 
 }  // namespace Component
