@@ -1,6 +1,6 @@
 // Simulated registers in one text file per driver: the file's layout and
 // place, per-id answers, writes that spill but stop at the line's end, the
-// warnings for unlisted registers and shortened files, and real processes
+// warnings for unlisted registers, and real processes
 // sharing one file on disk (children report through their exit status and
 // never return into the test framework).
 #include <gtest/gtest.h>
@@ -117,19 +117,6 @@ TEST_F(SimHamTest, WritesSpillIntoFollowingRegistersButNeverPastTheLine) {
   EXPECT_EQ(contents(), "271234\n");
   ASSERT_EQ(ham->writeBlock(0, raw, 1, false), PL_STATUS_OK);
   EXPECT_EQ(contents(), "171234\n");
-}
-
-TEST_F(SimHamTest, AShortenedFileIsSkippedWithAWarningInsteadOfFaulting) {
-  Table table = lm75();
-  auto ham = simHam(table);
-  ASSERT_EQ(truncate(path().c_str(), 0), 0);  // a mapped page past the end would fault
-  uint16_t v = 0x5555;
-  EXPECT_EQ(ham->read16(2, &v), PL_STATUS_OK);
-  EXPECT_EQ(ham->write8(3, 0x11, false), PL_STATUS_OK);
-  EXPECT_EQ(v, 0);
-  EXPECT_EQ(contents(), "");
-  const std::string cut = "WARNING: Simulated Driver LM75: " + path() + " holds 0 bytes, expected 6; ";
-  EXPECT_EQ(FakeHost::traceTexts(0), (Texts{cut + "register 0x2 reads as 0", cut + "write to register 0x3 dropped"}));
 }
 
 pid_t spawn(const std::function<int()>& body) {
