@@ -3,6 +3,7 @@
 // transaction, and resolution of a device's path from the topology.
 #include "Ham/KeldoSmbusHam.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -43,22 +44,24 @@ struct EntryRule {
   uint32_t length;  // kCallerLength: the caller's length
   bool data;
   Flag flag;        // which entry flag the caller's bool sets
+  uint8_t answer;   // bytes the answer must hold; 0: the caller or the device decides
 };
 
 // One row per operation, in the order of the Ham slots. A send byte is a
 // write of length 0 whose register is the byte itself, which is also how
-// multiplexer select and reset bytes travel.
-const EntryRule kRecvByte{Smbus::READ, 0, false, Flag::None};
-const EntryRule kRead8{Smbus::READ, 1, false, Flag::None};
-const EntryRule kRead16{Smbus::READ, 2, false, Flag::None};
-const EntryRule kRead{Smbus::READ, kCallerLength, false, Flag::Read};
-const EntryRule kReadBlock{Smbus::BLOCK_READ, 0, false, Flag::None};
-const EntryRule kSendByte{Smbus::WRITE, 0, false, Flag::Write};
-const EntryRule kWrite8{Smbus::WRITE, 1, true, Flag::Write};
-const EntryRule kWrite16{Smbus::WRITE, 2, true, Flag::Write};
-const EntryRule kWrite{Smbus::WRITE, kCallerLength, true, Flag::Write};
-const EntryRule kWriteBlock{Smbus::BLOCK_WRITE, kCallerLength, true, Flag::Write};
-const EntryRule kProcessCall{Smbus::PROCESS_CALL, 2, true, Flag::None};
+// multiplexer select and reset bytes travel; a receive byte is a read of
+// length 0 that still answers one byte.
+const EntryRule kRecvByte{Smbus::READ, 0, false, Flag::None, 1};
+const EntryRule kRead8{Smbus::READ, 1, false, Flag::None, 1};
+const EntryRule kRead16{Smbus::READ, 2, false, Flag::None, 2};
+const EntryRule kRead{Smbus::READ, kCallerLength, false, Flag::Read, 0};
+const EntryRule kReadBlock{Smbus::BLOCK_READ, 0, false, Flag::None, 0};
+const EntryRule kSendByte{Smbus::WRITE, 0, false, Flag::Write, 0};
+const EntryRule kWrite8{Smbus::WRITE, 1, true, Flag::Write, 0};
+const EntryRule kWrite16{Smbus::WRITE, 2, true, Flag::Write, 0};
+const EntryRule kWrite{Smbus::WRITE, kCallerLength, true, Flag::Write, 0};
+const EntryRule kWriteBlock{Smbus::BLOCK_WRITE, kCallerLength, true, Flag::Write, 0};
+const EntryRule kProcessCall{Smbus::PROCESS_CALL, 2, true, Flag::None, 2};
 
 // Appends the entry of one operation; the entry carries the address as it
 // is at queuing time (register in word 0, read flag in bit 21 of word 1).
@@ -79,6 +82,7 @@ Ham::ResponseId queue(KeldoSmbusHam& ham, const EntryRule& rule, uint32_t reg, u
   if (rule.data && bytes != nullptr) {
     entry->set_data(static_cast<const char*>(bytes), entry->length());
   }
+  ham.answerWidths_.push_back(rule.answer);
   return static_cast<Ham::ResponseId>(++ham.nextResponseId);
 }
 
@@ -129,6 +133,7 @@ void KeldoSmbusHam::masterTypeIs(int value) {
 void KeldoSmbusHam::init() {
   prepareRequestCount_ = 0;
   request.Clear();
+  answerWidths_.clear();
   response.Clear();
   const Topology::AhamAddress own = address;
   for (Mux* mux : muxes) {
@@ -142,6 +147,7 @@ void KeldoSmbusHam::init() {
 void KeldoSmbusHam::prepare() {
   const int queued = request.request_size();
   request.mutable_request()->DeleteSubrange(prepareRequestCount_, queued - prepareRequestCount_);
+  answerWidths_.resize(static_cast<size_t>(prepareRequestCount_));
   response.Clear();
   nextResponseId = -1;
 }
@@ -184,6 +190,24 @@ pl_status KeldoSmbusHam::execute() {
     pl_trace(3, "%s: invalid number of response entries; expected %d, got %d", "execute", request.request_size(),
              response.response_size());
     return PL_STATUS_INTERNAL;
+  }
+  return checkAnswerWidths();
+}
+
+// A one- or two-byte read answered with another number of bytes comes from a
+// proxy bug or a controller that reports a short transfer as done. It is the
+// proxy's fault, not the driver's, so it fails the transaction here instead
+// of reaching the width assertions of get8/get16.
+pl_status KeldoSmbusHam::checkAnswerWidths() const {
+  const size_t entries = std::min(answerWidths_.size(), static_cast<size_t>(response.response_size()));
+  for (size_t i = 0; i < entries; ++i) {
+    const size_t got = response.response(static_cast<int>(i)).data().size();
+    if (answerWidths_[i] != 0 && got != answerWidths_[i]) {
+      pl_trace(3, "%s: invalid width of response entry %d (register 0x%x); expected %u bytes, got %u", "execute",
+               static_cast<int>(i), static_cast<unsigned>(request.request(static_cast<int>(i)).address()),
+               static_cast<unsigned>(answerWidths_[i]), static_cast<unsigned>(got));
+      return PL_STATUS_INTERNAL;
+    }
   }
   return PL_STATUS_OK;
 }

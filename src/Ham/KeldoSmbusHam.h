@@ -82,11 +82,15 @@ class KeldoSmbusHam : public Ham {
   // from one transaction to the next.
   int32_t prepareRequestCount_ = 0;
   int32_t nextResponseId = -1;
+  // Bytes each request entry's answer must hold, in request order; 0 where
+  // the caller or the device decides the length.
+  std::vector<uint8_t> answerWidths_;
 
   void masterTypeIs(int value);
 
  private:
   const std::string& responseData(ResponseId idx) const;
+  pl_status checkAnswerWidths() const;
 };
 
 // Resolution of a device's path through the topology. The walk reaches the

@@ -1,21 +1,20 @@
 // Simulated registers in one text file per driver.
 //
-// Every access opens the file, takes a whole-file fcntl record lock (shared
-// to read, exclusive to write), maps it, copies, unmaps and unlocks. Mapping
-// per access keeps each process's view current without any cache to
-// invalidate when another process, or someone with an editor, changes the
-// file; unmapping every time keeps a long-running host from piling up one
-// mapping per access until mmap fails.
+// Every access opens the file by name, takes a whole-file fcntl record lock
+// (shared to read, exclusive to write), copies the register's characters
+// with pread/pwrite and unlocks. Opening per access keeps each process's view
+// current without any cache to invalidate when another process, or someone
+// with an editor, changes or replaces the file.
 #include "Ham/SimHam.h"
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -51,14 +50,25 @@ std::string bytes(const void* data, uint32_t length) {
 // the object lives. fcntl locks are per process, so this serialises against
 // other processes (and hand-written tools that lock the same way), not
 // against other access methods of this process, which run on one thread.
+//
+// Only a regular file is accepted. Someone may leave a FIFO, a device or a
+// directory under the name: opening a FIFO would block the host until a
+// writer appears, so the open never blocks, and whatever is not a regular
+// file counts as a missing file.
 class LockedFile {
  public:
   LockedFile(const std::string& path, bool forWriting) {
-    fd_ = ::open(path.c_str(), (forWriting ? O_RDWR : O_RDONLY) | O_CLOEXEC);
+    fd_ = ::open(path.c_str(), (forWriting ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK);
     if (fd_ < 0) {
-      error_ = errno;
+      reason_ = std::strerror(errno);
       return;
     }
+    struct stat st;
+    if (fstat(fd_, &st) != 0 || !S_ISREG(st.st_mode)) {
+      reason_ = "not a regular file";
+      return;
+    }
+    fcntl(fd_, F_SETFL, fcntl(fd_, F_GETFL) & ~O_NONBLOCK);  // plain blocking I/O from here on
     struct flock lock = {};
     lock.l_type = forWriting ? F_WRLCK : F_RDLCK;
     lock.l_whence = SEEK_SET;
@@ -70,7 +80,7 @@ class LockedFile {
       rc = fcntl(fd_, F_SETLKW, &lock);
     } while (rc != 0 && errno == EINTR);
     if (rc != 0) {
-      error_ = errno;
+      reason_ = std::strerror(errno);
       return;
     }
     locked_ = true;
@@ -93,26 +103,35 @@ class LockedFile {
   LockedFile& operator=(const LockedFile&) = delete;
 
   bool locked() const { return locked_; }
-  int fd() const { return fd_; }
-  int error() const { return error_; }
+  const char* reason() const { return reason_; }
 
-  // Mapping bytes past the end of the file would fault on access, so a file
-  // shortened behind our back (by hand, or by another process recreating
-  // it) must be caught before it is mapped. The lock keeps our own writers
-  // out; a hand edit that ignores the lock is the remaining window.
-  bool holds(uint32_t size, long long* actual) const {
+  // The file's length now; -1 when it cannot be told.
+  long long size() const {
     struct stat st;
-    if (fstat(fd_, &st) != 0) {
-      *actual = -1;
-      return false;
-    }
-    *actual = static_cast<long long>(st.st_size);
-    return *actual >= static_cast<long long>(size);
+    return fstat(fd_, &st) == 0 ? static_cast<long long>(st.st_size) : -1;
+  }
+
+  // The whole of `text` from or to `offset`; a regular file transfers less
+  // only at its end, so false means the file is shorter than the caller thought.
+  bool readAt(uint32_t offset, std::string& text) const {
+    return transfer([&] { return ::pread(fd_, &text[0], text.size(), offset); }, text.size());
+  }
+  bool writeAt(uint32_t offset, const char* data, size_t count) const {
+    return transfer([&] { return ::pwrite(fd_, data, count, offset); }, count);
   }
 
  private:
+  template <typename Io>
+  static bool transfer(Io io, size_t count) {
+    ssize_t n;
+    do {
+      n = io();
+    } while (n < 0 && errno == EINTR);
+    return n >= 0 && static_cast<size_t>(n) == count;
+  }
+
   int fd_ = -1;
-  int error_ = 0;
+  const char* reason_ = "";
   bool locked_ = false;
 };
 
@@ -234,6 +253,10 @@ std::string SimHam::getBlock(ResponseId id, uint32_t length) {
   return readText(reg, length == 0 ? slot : std::min(length, slot));
 }
 
+// Reads and writes copy with pread/pwrite under the lock and never map the
+// file: a mapping faults (SIGBUS) when another process shortens the file
+// between our length check and the copy, and every mapping counts against
+// the host's limit of mappings.
 std::string SimHam::readText(uint32_t reg, uint32_t count) {
   if (count == 0) {
     return std::string();
@@ -241,19 +264,15 @@ std::string SimHam::readText(uint32_t reg, uint32_t count) {
   LockedFile file(simFileName_, false);
   if (!file.locked()) {
     pl_trace(0, "WARNING: Simulated Driver %s cannot read %s: %s; register 0x%x reads as 0", driverName_.c_str(),
-             simFileName_.c_str(), std::strerror(file.error()), reg);
+             simFileName_.c_str(), file.reason(), reg);
     return std::string();
   }
-  long long actual;
-  if (!file.holds(simFileSize, &actual)) {
+  std::string text(count, '\0');
+  if (file.size() < simFileSize || !file.readAt(offsets.at(reg), text)) {
     pl_trace(0, "WARNING: Simulated Driver %s: %s holds %lld bytes, expected %u; register 0x%x reads as 0",
-             driverName_.c_str(), simFileName_.c_str(), actual, simFileSize, reg);
+             driverName_.c_str(), simFileName_.c_str(), file.size(), simFileSize, reg);
     return std::string();
   }
-  void* mm = mmap(nullptr, simFileSize, PROT_READ, MAP_PRIVATE, file.fd(), 0);
-  KELDO_ASSERT(mm != ((void *) -1));
-  std::string text(static_cast<const char*>(mm) + offsets.at(reg), count);
-  munmap(mm, simFileSize);
   pl_trace(5, "%s - Read %s from register 0x%x", simFileName_.c_str(), text.c_str(), reg);
   return text;
 }
@@ -265,7 +284,7 @@ void SimHam::writeText(uint32_t reg, const std::string& text) {
   }
   // A text longer than the register's slot runs on into the registers after
   // it, as a multi-byte write on a real device would, but stops at the end
-  // of the line: the newline and anything past the mapping stay untouched.
+  // of the line: the newline is never overwritten and the file never grows.
   uint32_t offset = offsets.at(reg);
   uint32_t count = offset >= simFileSize ? 0 : std::min<uint32_t>(static_cast<uint32_t>(text.size()), simFileSize - offset);
   if (count == 0) {
@@ -274,19 +293,15 @@ void SimHam::writeText(uint32_t reg, const std::string& text) {
   LockedFile file(simFileName_, true);
   if (!file.locked()) {
     pl_trace(0, "WARNING: Simulated Driver %s cannot write %s: %s; write to register 0x%x dropped",
-             driverName_.c_str(), simFileName_.c_str(), std::strerror(file.error()), reg);
+             driverName_.c_str(), simFileName_.c_str(), file.reason(), reg);
     return;
   }
-  long long actual;
-  if (!file.holds(simFileSize, &actual)) {
+  // Writing into a short file would lengthen it with a hole of zero bytes.
+  if (file.size() < simFileSize || !file.writeAt(offset, text.data(), count)) {
     pl_trace(0, "WARNING: Simulated Driver %s: %s holds %lld bytes, expected %u; write to register 0x%x dropped",
-             driverName_.c_str(), simFileName_.c_str(), actual, simFileSize, reg);
+             driverName_.c_str(), simFileName_.c_str(), file.size(), simFileSize, reg);
     return;
   }
-  void* mm = mmap(nullptr, simFileSize, PROT_READ | PROT_WRITE, MAP_SHARED, file.fd(), 0);
-  KELDO_ASSERT(mm != ((void *) -1));
-  std::memcpy(static_cast<char*>(mm) + offset, text.data(), count);
-  munmap(mm, simFileSize);
   pl_trace(5, "%s - Wrote %s to register 0x%x", simFileName_.c_str(), text.c_str(), reg);
 }
 
@@ -307,8 +322,10 @@ void SimHam::setExpected(Utils::ExpectedValues* map) {
 }
 
 // Each start of a driver resets its registers to the expected values. The
-// file is written without a lock: another process using the same file sees
-// it short for a moment and skips those accesses (LockedFile::holds).
+// new image is written to a temporary file beside the old one and renamed
+// over it, so a process already using the file sees either the old image or
+// the new one, never an empty or half-written file, and a FIFO or other
+// special file left under the name is simply replaced.
 void SimHam::writeSimulationFile() {
   KELDO_ASSERT(!simFileName_.empty());
 
@@ -335,11 +352,13 @@ void SimHam::writeSimulationFile() {
   text += '\n';
 
   simFileExists_ = false;
-  int fd = ::open(simFileName_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  std::string temporary = simFileName_ + ".XXXXXX";
+  int fd = mkostemp(&temporary[0], O_CLOEXEC);
   if (fd < 0) {
     pl_trace(0, "Could not create simulation file %s: %s", simFileName_.c_str(), std::strerror(errno));
     return;
   }
+  fchmod(fd, 0644);  // readable by every process that shares the board, like any new file
   size_t done = 0;
   while (done < text.size()) {
     ssize_t n = ::write(fd, text.data() + done, text.size() - done);
@@ -349,11 +368,17 @@ void SimHam::writeSimulationFile() {
     if (n <= 0) {
       pl_trace(0, "Could not write simulation file %s: %s", simFileName_.c_str(), std::strerror(errno));
       close(fd);
+      unlink(temporary.c_str());
       return;
     }
     done += static_cast<size_t>(n);
   }
   close(fd);
+  if (rename(temporary.c_str(), simFileName_.c_str()) != 0) {
+    pl_trace(0, "Could not create simulation file %s: %s", simFileName_.c_str(), std::strerror(errno));
+    unlink(temporary.c_str());
+    return;
+  }
   simFileSize = length;
   simFileExists_ = true;
   pl_trace(5, "Created %s", simFileName_.c_str());

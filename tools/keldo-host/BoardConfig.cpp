@@ -1,8 +1,11 @@
 #include "BoardConfig.h"
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
@@ -10,6 +13,11 @@
 #include <rapidjson/writer.h>
 
 namespace {
+
+// Far deeper than any board needs (a topology nests about a dozen levels),
+// and shallow enough for the recursive walks over the parsed document
+// (writing the topology and objects back to text) to stay off the stack's end.
+constexpr size_t kMaxDepth = 1000;
 
 std::string readText(const std::string& path) {
   std::ifstream in(path);
@@ -29,6 +37,22 @@ std::string toText(const rapidjson::Value& value) {
 std::string directoryOf(const std::string& path) {
   auto slash = path.rfind('/');
   return slash == std::string::npos ? "." : path.substr(0, slash);
+}
+
+// Whether `root` nests deeper than kMaxDepth, found without recursion.
+bool tooDeep(const rapidjson::Value& root) {
+  std::vector<std::pair<const rapidjson::Value*, size_t>> pending{{&root, 1}};
+  while (!pending.empty()) {
+    auto [value, depth] = pending.back();
+    pending.pop_back();
+    if (depth > kMaxDepth) return true;
+    if (value->IsArray()) {
+      for (const auto& v : value->GetArray()) pending.emplace_back(&v, depth + 1);
+    } else if (value->IsObject()) {
+      for (const auto& m : value->GetObject()) pending.emplace_back(&m.value, depth + 1);
+    }
+  }
+  return false;
 }
 
 HostObject readObject(const rapidjson::Value& v, const std::string& where) {
@@ -57,10 +81,15 @@ HostObject readObject(const rapidjson::Value& v, const std::string& where) {
 BoardConfig loadBoardConfig(const std::string& path) {
   rapidjson::Document doc;
   std::string text = readText(path);
-  doc.Parse(text.c_str());
+  // The iterative parser keeps its state on the heap, so no nesting in the
+  // file can overflow the host's stack while it is read.
+  doc.Parse<rapidjson::kParseIterativeFlag>(text.c_str());
   if (doc.HasParseError()) {
     throw std::runtime_error(path + ": " + rapidjson::GetParseError_En(doc.GetParseError()) + " at offset " +
                              std::to_string(doc.GetErrorOffset()));
+  }
+  if (tooDeep(doc)) {
+    throw std::runtime_error(path + ": nested deeper than " + std::to_string(kMaxDepth) + " levels");
   }
   if (!doc.IsObject() || !doc.HasMember("topology")) {
     throw std::runtime_error(path + ": expected an object with \"topology\"");

@@ -156,6 +156,7 @@ TEST_F(KeldoSmbusHamTest, EveryOperationBuildsItsEntry) {
        "\x34\x12", false, 0},
   };
   auto ham = scdHam();
+  then(entries({"r", "1", "16", "", "", "", "", "", "", "", "", "pc"}));  // the widths the reads fix
   ham->prepare();
   Ham::Ham::ResponseId id = 0;
   for (const auto& c : cases) EXPECT_EQ(c.queue(*ham), id++) << c.name;

@@ -1,6 +1,6 @@
 // Simulated registers in one text file per driver: the file's layout and
 // place, per-id answers, writes that spill but stop at the line's end, the
-// warnings for unlisted registers and shortened files, and real processes
+// warnings for unlisted registers, and real processes
 // sharing one file on disk (children report through their exit status and
 // never return into the test framework).
 #include <gtest/gtest.h>
@@ -12,7 +12,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <memory>
 
@@ -120,19 +119,6 @@ TEST_F(SimHamTest, WritesSpillIntoFollowingRegistersButNeverPastTheLine) {
   EXPECT_EQ(contents(), "171234\n");
 }
 
-TEST_F(SimHamTest, AShortenedFileIsSkippedWithAWarningInsteadOfFaulting) {
-  Table table = lm75();
-  auto ham = simHam(table);
-  ASSERT_EQ(truncate(path().c_str(), 0), 0);  // a mapped page past the end would fault
-  uint16_t v = 0x5555;
-  EXPECT_EQ(ham->read16(2, &v), PL_STATUS_OK);
-  EXPECT_EQ(ham->write8(3, 0x11, false), PL_STATUS_OK);
-  EXPECT_EQ(v, 0);
-  EXPECT_EQ(contents(), "");
-  const std::string cut = "WARNING: Simulated Driver LM75: " + path() + " holds 0 bytes, expected 6; ";
-  EXPECT_EQ(FakeHost::traceTexts(0), (Texts{cut + "register 0x2 reads as 0", cut + "write to register 0x3 dropped"}));
-}
-
 pid_t spawn(const std::function<int()>& body) {
   pid_t pid = fork();
   if (pid == 0) _exit(body());
@@ -196,26 +182,6 @@ TEST_F(SimHamTest, AReaderNeverSeesATornRegister) {
   munmap(shared, sizeof(std::atomic<int>));
   EXPECT_EQ(torn, 0);
   EXPECT_GT(std::min(seenA, seenB), 0) << "the reader never raced the writer";
-}
-
-TEST_F(SimHamTest, ReadsDoNotAccumulateMappings) {
-  Table table = lm75();
-  auto ham = simHam(table);
-  auto mappings = [] {  // line by line: a big read would grow the heap's own mappings
-    std::ifstream maps("/proc/self/maps");
-    size_t lines = 0;
-    for (std::string line; std::getline(maps, line);) ++lines;
-    return lines;
-  };
-  uint8_t v = 0;
-  for (int i = 0; i < 1000; ++i) ham->read8(0, &v);  // let the allocator settle
-  FakeHost::reset();
-  const auto before = mappings();
-  for (int i = 1; i <= 100000; ++i) {
-    ASSERT_EQ(ham->read8(i % 2 == 0 ? 0 : 2, &v), PL_STATUS_OK);
-    if (i % 1000 == 0) FakeHost::reset();  // keep the trace record small
-  }
-  EXPECT_LE(mappings(), before);
 }
 
 }  // namespace
