@@ -1,6 +1,7 @@
 #include "Server.h"
 
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -30,6 +31,10 @@ constexpr int kListenBacklog = 64;
 // Out of descriptors, accepting is tried again after this long, or as soon as
 // a client leaves and frees one.
 constexpr std::chrono::milliseconds kAcceptPause{100};
+// Descriptors kept free for the daemon's own needs (the new log file after a
+// rotation; the sanitizer runtime, which checks memory through a pipe): a
+// client that would take one of them counts as descriptors running out.
+constexpr rlim_t kSpareDescriptors = 8;
 
 [[noreturn]] void throwErrno(const std::string& what) { throw std::system_error(errno, std::generic_category(), what); }
 
@@ -91,6 +96,8 @@ Server::~Server() {
 }
 
 void Server::start() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) descriptorLimit_ = limit.rlim_cur;
   listenFd_ = listenOn(options_.socketPath);
   controlFd_ = listenOn(options_.controlPath);
 }
@@ -164,6 +171,11 @@ void Server::run(int stopFd) {
 
 void Server::accept(int listenFd, bool control) {
   int fd = ::accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+  if (fd >= 0 && static_cast<rlim_t>(fd) + kSpareDescriptors >= descriptorLimit_) {
+    ::close(fd);
+    fd = -1;
+    errno = EMFILE;
+  }
   if (fd < 0) {
     if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
       acceptPausedUntil_ = Clock::now() + kAcceptPause;

@@ -6,6 +6,8 @@
 // bounded: a cap on connections, a memory budget for frames and answers, a
 // time limit on frames that stop half-way, and a pause instead of a busy loop
 // when the process runs out of descriptors.
+#include <sys/resource.h>
+
 #include <chrono>
 #include <cstdint>
 #include <list>
@@ -83,6 +85,7 @@ class Server {
   int controlFd_ = -1;
   int stopFd_ = -1;
   bool stopping_ = false;
+  rlim_t descriptorLimit_ = RLIM_INFINITY;
   Clock::time_point acceptPausedUntil_;  // out of descriptors: no accept before this
   uint64_t charged_ = 0;                 // the memory budget in use, over all connections
   std::list<Connection> connections_;

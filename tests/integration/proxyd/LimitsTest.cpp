@@ -53,9 +53,9 @@ std::vector<std::unique_ptr<RawClient>> connectClients(const ProxydProcess& daem
 }
 
 TEST(ProxydLimits, OutOfDescriptorsItIdlesAndServesWaitingClientsOnceOthersLeave) {
-  ProxydProcess daemon(kBoardFile, {"--max-connections", "50"}, 16);
-  auto clients = connectClients(daemon, 12);
-  ASSERT_TRUE(daemon.waitForOutput("cannot accept clients: Too many open files; trying again in 100 ms"));
+  ProxydProcess daemon(kBoardFile, {"--max-connections", "50"}, 24);
+  auto clients = connectClients(daemon, 40);
+  EXPECT_TRUE(daemon.waitForOutput("cannot accept clients: Too many open files; trying again in 100 ms"));
   const long before = cpuTicks(daemon.pid());
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
   EXPECT_LT(cpuTicks(daemon.pid()) - before, sysconf(_SC_CLK_TCK) / 10) << "below 20 % of a CPU, not spinning";
@@ -85,7 +85,9 @@ TEST(ProxydLimits, FramesSentHalfWayAreBoundedInMemoryAndTime) {
   EXPECT_TRUE(daemon.waitForOutput("does not fit in the memory budget (--memory-budget 4194304 bytes"));
   EXPECT_EQ(RawClient(daemon.socket()).exchange(readLm75()), "\x27\x80") << "small requests are still served";
   EXPECT_TRUE(daemon.waitForOutput("1048579 bytes of a frame and no more for 1000 ms (--frame-timeout)"));
-  for (auto& hog : hogs) EXPECT_EQ(hog->answer(100), "closed");
+  int closed = 0;
+  for (auto& hog : hogs) closed += hog->answer(100) == "closed";
+  EXPECT_EQ(closed, 50);
 }
 
 TEST(ProxydLimits, LongTransactionsAreCutShortAndNeitherStallOthersNorFillTheDisk) {
