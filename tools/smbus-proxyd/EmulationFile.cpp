@@ -1,9 +1,8 @@
 #include "EmulationFile.h"
 
+#include <fcntl.h>
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
-
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -116,8 +115,8 @@ std::string readRegularFile(const std::string& path, size_t minBytes, size_t max
   if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
     problem = path + " is not a regular file";
   } else if (static_cast<uint64_t>(st.st_size) < minBytes || static_cast<uint64_t>(st.st_size) > maxBytes) {
-    problem = path + " holds " + std::to_string(st.st_size) + " bytes; " + what + " holds " +
-              std::to_string(minBytes) + " to " + std::to_string(maxBytes);
+    problem = path + " holds " + std::to_string(st.st_size) + " bytes; " + what + " holds " + std::to_string(minBytes) +
+              " to " + std::to_string(maxBytes);
   }
   std::string bytes(problem.empty() ? static_cast<size_t>(st.st_size) : 0, '\0');
   for (size_t done = 0; done < bytes.size();) {

@@ -101,8 +101,7 @@ std::optional<uint32_t> Emulator::retriesFor(const Smbus::TransactionRequest& re
   const uint32_t asked =
       request.has_retrycount() ? std::min(request.retrycount(), kMaxRetries) : limits_.defaultRetries;
   const uint64_t entries = static_cast<uint64_t>(request.request_size());
-  const std::string head = "transaction " + std::to_string(transactions_) + ": " + std::to_string(entries) +
-                           " entries";
+  const std::string head = "transaction " + std::to_string(transactions_) + ": " + std::to_string(entries) + " entries";
   const std::string bound = "the limit of " + std::to_string(limits_.maxEntryRuns) + " entry runs (--max-entry-runs)";
   if (entries > limits_.maxEntryRuns) {
     outcome.notice = head + " exceed " + bound;

@@ -17,10 +17,10 @@ class TransactionLog;
 
 // What the server does with one transaction.
 struct Outcome {
-  bool drop = false;                  // close the connection instead of answering
-  bool stopped = false;               // the daemon is stopping: no answer at all
-  uint32_t delayMs = 0;               // hold the answer back this long
-  std::string notice;                 // a line for the daemon's own log, when not empty
+  bool drop = false;     // close the connection instead of answering
+  bool stopped = false;  // the daemon is stopping: no answer at all
+  uint32_t delayMs = 0;  // hold the answer back this long
+  std::string notice;    // a line for the daemon's own log, when not empty
   Smbus::TransactionResponse response;
 };
 
@@ -28,8 +28,8 @@ struct Outcome {
 // not hold the others up: the entries it may run, over all its attempts, are
 // bounded.
 struct EmulatorLimits {
-  uint32_t defaultRetries = 3;       // when the request carries no retry count
-  uint64_t maxEntryRuns = 10000;     // entries x attempts of one transaction
+  uint32_t defaultRetries = 3;    // when the request carries no retry count
+  uint64_t maxEntryRuns = 10000;  // entries x attempts of one transaction
 };
 
 class Emulator {
@@ -55,7 +55,7 @@ class Emulator {
  private:
   struct Attempt {
     bool ok = true;
-    bool final = false;   // an injected failure: not retried
+    bool final = false;  // an injected failure: not retried
     bool drop = false;
     uint32_t delayMs = 0;
     std::string reason;

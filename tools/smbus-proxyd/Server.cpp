@@ -136,9 +136,8 @@ void Server::run(int stopFd) {
     // While accepting is paused the listening sockets are left out of the
     // poll (a negative descriptor): they stay readable and would wake it at once.
     const bool accepting = Clock::now() >= acceptPausedUntil_;
-    fds.assign({{stopFd, POLLIN, 0},
-                {accepting ? listenFd_ : -1, POLLIN, 0},
-                {accepting ? controlFd_ : -1, POLLIN, 0}});
+    fds.assign(
+        {{stopFd, POLLIN, 0}, {accepting ? listenFd_ : -1, POLLIN, 0}, {accepting ? controlFd_ : -1, POLLIN, 0}});
     polled.clear();
     for (Connection& c : connections_) {
       short events = wantsInput(c) ? POLLIN : 0;
@@ -180,7 +179,7 @@ void Server::accept(int listenFd, bool control) {
     if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
       acceptPausedUntil_ = Clock::now() + kAcceptPause;
       notices_.say(std::string("cannot accept clients: ") + std::strerror(errno) +
-                                 "; trying again in 100 ms or when a client leaves");
+                   "; trying again in 100 ms or when a client leaves");
     }
     return;  // otherwise the client gave up already
   }
@@ -188,9 +187,8 @@ void Server::accept(int listenFd, bool control) {
                                   [&](const Connection& c) { return c.fd >= 0 && c.control == control; });
   if (static_cast<unsigned>(open) >= options_.maxConnections) {
     ::close(fd);
-    notices_.say(std::string("refused a ") + (control ? "control " : "") +
-                                                      "client: " + std::to_string(open) +
-                                                      " connections open (--max-connections)");
+    notices_.say(std::string("refused a ") + (control ? "control " : "") + "client: " + std::to_string(open) +
+                 " connections open (--max-connections)");
     return;
   }
   Connection c;
@@ -234,8 +232,8 @@ void Server::admit(Connection& c) {
   }
   if (!charge(c.frameCharge, length)) {
     notices_.say("closed a client: its frame of " + std::to_string(length) + " bytes does not fit in the " +
-                               "memory budget (--memory-budget " + std::to_string(options_.memoryBudget) + " bytes, " +
-                               std::to_string(charged_) + " in use)");
+                 "memory budget (--memory-budget " + std::to_string(options_.memoryBudget) + " bytes, " +
+                 std::to_string(charged_) + " in use)");
     return close(c);
   }
   c.in.reserve(kHeaderBytes + length);
@@ -297,11 +295,10 @@ void Server::processFrame(Connection& c) {
 // failure answer, which is not counted.
 void Server::answer(Connection& c, std::string bytes, uint32_t delayMs) {
   if (!charge(c.answerCharge, bytes.size())) {
-    const std::string reason = "the answer of " + std::to_string(bytes.size()) +
-                               " bytes does not fit in the proxy's memory budget";
-    notices_.say("answered a failure: " + reason + " (--memory-budget " +
-                                      std::to_string(options_.memoryBudget) + " bytes, " + std::to_string(charged_) +
-                                      " in use)");
+    const std::string reason =
+        "the answer of " + std::to_string(bytes.size()) + " bytes does not fit in the proxy's memory budget";
+    notices_.say("answered a failure: " + reason + " (--memory-budget " + std::to_string(options_.memoryBudget) +
+                 " bytes, " + std::to_string(charged_) + " in use)");
     bytes = failureAnswer(reason);
   }
   if (delayMs == 0) {
@@ -324,8 +321,7 @@ void Server::processLines(Connection& c) {
   }
   if (answered) c.inSince = Clock::now();
   if (c.in.size() > kMaxControlLine) {
-    notices_.say("closed a control client: a line longer than " + std::to_string(kMaxControlLine) +
-                                     " bytes");
+    notices_.say("closed a control client: a line longer than " + std::to_string(kMaxControlLine) + " bytes");
     close(c);
   }
 }
@@ -368,10 +364,9 @@ void Server::expireFrames(Clock::time_point now) {
   const std::chrono::milliseconds limit{options_.frameTimeoutMs};
   for (Connection& c : connections_) {
     if (c.fd < 0 || c.in.empty() || now - c.inSince < limit) continue;
-    notices_.say(std::string("closed a ") + (c.control ? "control " : "") + "client: " +
-                                      std::to_string(c.in.size()) + " bytes of a " + (c.control ? "line" : "frame") +
-                                      " and no more for " + std::to_string(options_.frameTimeoutMs) +
-                                      " ms (--frame-timeout)");
+    notices_.say(std::string("closed a ") + (c.control ? "control " : "") + "client: " + std::to_string(c.in.size()) +
+                 " bytes of a " + (c.control ? "line" : "frame") + " and no more for " +
+                 std::to_string(options_.frameTimeoutMs) + " ms (--frame-timeout)");
     close(c);
   }
 }

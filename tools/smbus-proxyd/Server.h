@@ -48,7 +48,7 @@ class Server {
   struct Connection {
     int fd = -1;
     bool control = false;
-    std::string in;  // protocol: the frame being received, header included; control: text not yet a line
+    std::string in;             // protocol: the frame being received, header included; control: text not yet a line
     Clock::time_point inSince;  // when the first byte of `in` arrived
     uint64_t frameCharge = 0;   // the memory budget held for `in`
     uint64_t answerCharge = 0;  // and for the answer in `out` or `pending`

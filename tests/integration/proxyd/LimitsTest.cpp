@@ -13,8 +13,8 @@
 #include <sstream>
 #include <thread>
 
-#include "ProxydProcess.h"
 #include "Protocol.h"
+#include "ProxydProcess.h"
 
 namespace {
 
@@ -84,6 +84,8 @@ TEST(ProxydLimits, FramesSentHalfWayAreBoundedInMemoryAndTime) {
   EXPECT_LT(residentKiB(daemon.pid()) - before, 16 * 1024) << "4 MiB of frames held, not 50";
   EXPECT_TRUE(daemon.waitForOutput("does not fit in the memory budget (--memory-budget 4194304 bytes"));
   EXPECT_EQ(RawClient(daemon.socket()).exchange(readLm75()), "\x27\x80") << "small requests are still served";
+  EXPECT_EQ(RawClient(daemon.socket()).exchange(transaction({entry(kCpld, Smbus::READ, 0, 8192)}, 0u)),
+            "the answer of 8202 bytes does not fit in the proxy's memory budget");
   EXPECT_TRUE(daemon.waitForOutput("1048579 bytes of a frame and no more for 1000 ms (--frame-timeout)"));
   int closed = 0;
   for (auto& hog : hogs) closed += hog->answer(100) == "closed";
@@ -100,8 +102,9 @@ TEST(ProxydLimits, LongTransactionsAreCutShortAndNeitherStallOthersNorFillTheDis
   EXPECT_EQ(other.exchange(readLm75(), 1000), "\x27\x80") << "answered within a second";
   EXPECT_EQ(cut.answer(1000),
             "entry 999 (WRITE): no acknowledge; device 0x3c on bus I2C pci 0x00000000 accel 0 bus 3; 10 attempts");
-  EXPECT_TRUE(daemon.waitForOutput("transaction 2: 1000 entries x 1001 attempts exceed the limit of 10000 entry runs "
-                                   "(--max-entry-runs); retries cut to 9"));
+  EXPECT_TRUE(
+      daemon.waitForOutput("transaction 2: 1000 entries x 1001 attempts exceed the limit of 10000 entry runs "
+                           "(--max-entry-runs); retries cut to 9"));
   EXPECT_LE(readFile(daemon.log()).size(), 256u * 1024);
   EXPECT_GT(readFile(daemon.log() + ".1").size(), 255u * 1024) << "the full log was renamed";
 }

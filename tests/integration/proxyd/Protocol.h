@@ -27,15 +27,15 @@ struct Place {
 
 constexpr Place kMux70{Smbus::I2C, 0, 0, 3, 0x70};
 constexpr Place kMux71{Smbus::I2C, 0, 0, 3, 0x71};
-constexpr Place kLm75{Smbus::I2C, 0, 0, 10, 0x48};     // mux 0x70 channel 0
-constexpr Place kEeprom{Smbus::I2C, 0, 0, 12, 0x50};   // mux 0x70 channel 2
-constexpr Place kPmbus{Smbus::I2C, 0, 0, 12, 0x58};    // mux 0x70 channel 2
-constexpr Place kOther48{Smbus::I2C, 0, 0, 21, 0x48};  // mux 0x71 channel 1
-constexpr Place kDead{Smbus::I2C, 0, 0, 3, 0x3c};      // NAKs by the file's fault
+constexpr Place kLm75{Smbus::I2C, 0, 0, 10, 0x48};      // mux 0x70 channel 0
+constexpr Place kEeprom{Smbus::I2C, 0, 0, 12, 0x50};    // mux 0x70 channel 2
+constexpr Place kPmbus{Smbus::I2C, 0, 0, 12, 0x58};     // mux 0x70 channel 2
+constexpr Place kOther48{Smbus::I2C, 0, 0, 21, 0x48};   // mux 0x71 channel 1
+constexpr Place kDead{Smbus::I2C, 0, 0, 3, 0x3c};       // NAKs by the file's fault
 constexpr Place kCpld{Smbus::SCD, 0xff00, 1, 2, 0x23};  // 16-bit registers, the rest reads 0xff
 
 inline Smbus::Request entry(const Place& p, Smbus::RequestType type, uint32_t reg, uint32_t length = 0,
-                     const std::string& data = "", uint32_t addrSize = 1) {
+                            const std::string& data = "", uint32_t addrSize = 1) {
   const uint32_t word1 = (addrSize << 25) | (p.accel << 14) | (p.bus << 7) | p.address;
   Smbus::Request r;
   r.set_address((uint64_t{word1} << 32) | reg);
