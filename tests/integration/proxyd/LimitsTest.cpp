@@ -68,7 +68,7 @@ TEST(ProxydLimits, ClientsBeyondTheCapAreClosedWhileTheOthersAreServed) {
   ProxydProcess daemon(kBoardFile, {"--max-connections", "8"});
   auto clients = connectClients(daemon, 50);
   std::map<std::string, int> answers;
-  for (auto& client : clients) ++answers[client->exchange(readLm75())];
+  for (auto& client : clients) ++answers[client->exchange(readLm75(), 200)];
   EXPECT_EQ(answers, (std::map<std::string, int>{{"\x27\x80", 8}, {"closed", 42}}));
   EXPECT_TRUE(daemon.waitForOutput("refused a client: 8 connections open (--max-connections)"));
   clients.clear();
