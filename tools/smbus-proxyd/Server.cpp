@@ -203,11 +203,17 @@ void Server::accept(int listenFd, bool control) {
 bool Server::wantsInput(const Connection& c) const { return !c.held && c.out.empty() && wanted(c) > 0; }
 
 // A protocol client is read up to the end of its current frame and no
-// further, so its buffer never holds more than the one frame admitted.
+// further, so its buffer holds the one frame admitted. Before the header,
+// one read takes up to 4 KiB, which is free: header and a small request
+// arrive in one system call.
 size_t Server::wanted(const Connection& c) const {
   if (c.control) return kReadChunk;
-  if (c.in.size() < kHeaderBytes) return kHeaderBytes - c.in.size();
-  return kHeaderBytes + frameLength(c.in) - c.in.size();
+  if (c.in.size() < kHeaderBytes) return kFreeBytes - c.in.size();
+  return frameComplete(c) ? 0 : kHeaderBytes + frameLength(c.in) - c.in.size();
+}
+
+bool Server::frameComplete(const Connection& c) const {
+  return !c.control && c.in.size() >= kHeaderBytes && c.in.size() >= kHeaderBytes + frameLength(c.in);
 }
 
 void Server::receive(Connection& c) {
@@ -216,8 +222,9 @@ void Server::receive(Connection& c) {
   if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) return;
   if (n <= 0) return close(c);
   if (c.in.empty()) c.inSince = Clock::now();
+  const bool headerBefore = c.in.size() >= kHeaderBytes;
   c.in.append(buffer, static_cast<size_t>(n));
-  if (!c.control && c.in.size() == kHeaderBytes) admit(c);
+  if (!c.control && !headerBefore && c.in.size() >= kHeaderBytes) admit(c);
 }
 
 // A frame is taken in only when its whole length fits in what is left of
@@ -259,24 +266,30 @@ void Server::transmit(Connection& c) {
   }
 }
 
-// Handles what is complete in the input: for a protocol client the one
-// frame it may have, for a control client every whole line.
+// Handles what is complete in the input: for a protocol client each frame
+// once the answer to the one before has gone out, for a control client
+// every whole line.
 void Server::process(Connection& c) {
-  if (c.fd < 0) return;
-  if (c.control) {
-    processLines(c);
-  } else if (!c.held && c.out.empty()) {
+  if (c.fd >= 0 && c.control) processLines(c);
+  while (c.fd >= 0 && !c.control && !c.held && c.out.empty() && frameComplete(c)) {
     processFrame(c);
+    if (c.fd >= 0) transmit(c);
   }
   if (c.fd >= 0 && !c.out.empty()) transmit(c);
 }
 
+// A client that sent its next request before this answer (at most what
+// the first read of 4 KiB took) keeps those bytes as the start of its next
+// frame.
 void Server::processFrame(Connection& c) {
-  if (c.in.size() < kHeaderBytes || c.in.size() < kHeaderBytes + frameLength(c.in)) return;
+  const size_t length = kHeaderBytes + frameLength(c.in);
   Smbus::TransactionRequest request;
-  const bool parsed = request.ParseFromArray(c.in.data() + kHeaderBytes, static_cast<int>(c.in.size() - kHeaderBytes));
-  std::string().swap(c.in);
+  const bool parsed = request.ParseFromArray(c.in.data() + kHeaderBytes, static_cast<int>(length - kHeaderBytes));
+  std::string(c.in, length).swap(c.in);
   release(c.frameCharge);
+  if (!c.in.empty()) c.inSince = Clock::now();
+  if (c.in.size() >= kHeaderBytes) admit(c);
+  if (c.fd < 0) return;
   if (!parsed) {
     notices_.say("closed a client: its request does not parse");
     return close(c);
@@ -363,7 +376,7 @@ void Server::releaseDue(Clock::time_point now) {
 void Server::expireFrames(Clock::time_point now) {
   const std::chrono::milliseconds limit{options_.frameTimeoutMs};
   for (Connection& c : connections_) {
-    if (c.fd < 0 || c.in.empty() || now - c.inSince < limit) continue;
+    if (c.fd < 0 || c.in.empty() || frameComplete(c) || now - c.inSince < limit) continue;
     notices_.say(std::string("closed a ") + (c.control ? "control " : "") + "client: " + std::to_string(c.in.size()) +
                  " bytes of a " + (c.control ? "line" : "frame") + " and no more for " +
                  std::to_string(options_.frameTimeoutMs) + " ms (--frame-timeout)");

@@ -62,6 +62,7 @@ class Server {
   void accept(int listenFd, bool control);
   bool wantsInput(const Connection& c) const;
   size_t wanted(const Connection& c) const;
+  bool frameComplete(const Connection& c) const;
   void receive(Connection& c);
   void admit(Connection& c);
   void transmit(Connection& c);
