@@ -37,18 +37,16 @@ int stopSignals() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{
-      "Reference SMBus proxy: serves the proxy protocol on a Unix socket and carries the "
-      "transactions out on an emulated board."};
+  CLI::App app{"Reference SMBus proxy: serves the proxy protocol on a Unix socket and carries the "
+               "transactions out on an emulated board."};
   std::string emulationPath;
   std::string logPath;
   SmbusProxyd::ServerOptions server{defaultSocketPath(), ""};
   SmbusProxyd::EmulatorLimits limits;
   uint64_t logSize = SmbusProxyd::TransactionLog::kDefaultMaxBytes;
   app.add_option("-e,--emulation", emulationPath, "Emulation file (JSON) describing the board");
-  app.add_option("-s,--socket", server.socketPath,
-                 "Socket to serve (default: $KELDO_SMBUS_SOCKET or "
-                 "/run/keldo/smbus-proxy.sock)");
+  app.add_option("-s,--socket", server.socketPath, "Socket to serve (default: $KELDO_SMBUS_SOCKET or "
+                                                   "/run/keldo/smbus-proxy.sock)");
   app.add_option("-c,--control", server.controlPath, "Control socket for fault injection (default: SOCKET.ctl)");
   app.add_option("-l,--log", logPath, "Append one line per executed request entry to this file");
   app.add_option("--log-size", logSize, "Size at which the log is renamed to FILE.1 and a new one started")
