@@ -271,7 +271,7 @@ void Server::transmit(Connection& c) {
 // every whole line.
 void Server::process(Connection& c) {
   if (c.fd >= 0 && c.control) processLines(c);
-  while (c.fd >= 0 && !c.control && !c.held && c.out.empty() && frameComplete(c)) {
+  while (!stopping_ && c.fd >= 0 && !c.control && !c.held && c.out.empty() && frameComplete(c)) {
     processFrame(c);
     if (c.fd >= 0) transmit(c);
   }
