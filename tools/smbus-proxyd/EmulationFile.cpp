@@ -1,13 +1,15 @@
 #include "EmulationFile.h"
 
+#include <fcntl.h>
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
-#include <fstream>
+#include <cstring>
 #include <initializer_list>
-#include <iterator>
 #include <sstream>
 
 #include "KeldoUtil/Smbus.pb.h"
@@ -17,6 +19,7 @@ namespace SmbusProxyd {
 namespace {
 
 constexpr uint32_t kMaxEepromBytes = 64 * 1024;
+constexpr uint32_t kMaxEmulationBytes = 16 * 1024 * 1024;
 constexpr unsigned kMuxChannels = 8;  // PCA9548: one control bit per channel
 
 // A JSON value with its place in the file, for error messages.
@@ -101,10 +104,32 @@ struct Node {
   }
 };
 
-std::string readWholeFile(const std::string& path, const Node& where) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) where.fail("cannot read " + path);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+// Whole contents of a regular file of `minBytes` to `maxBytes`. Anything
+// else is refused before a byte is read: a FIFO would block the start-up for
+// ever and a device such as /dev/zero would never end. The texts name the file.
+std::string readRegularFile(const std::string& path, size_t minBytes, size_t maxBytes, const char* what) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) throw EmulationError("cannot read " + path + ": " + std::strerror(errno));
+  struct stat st {};
+  std::string problem;
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    problem = path + " is not a regular file";
+  } else if (static_cast<uint64_t>(st.st_size) < minBytes || static_cast<uint64_t>(st.st_size) > maxBytes) {
+    problem = path + " holds " + std::to_string(st.st_size) + " bytes; " + what + " holds " + std::to_string(minBytes) +
+              " to " + std::to_string(maxBytes);
+  }
+  std::string bytes(problem.empty() ? static_cast<size_t>(st.st_size) : 0, '\0');
+  for (size_t done = 0; done < bytes.size();) {
+    const ssize_t n = ::read(fd, &bytes[done], bytes.size() - done);
+    if (n <= 0) {
+      problem = "cannot read " + path + ": " + (n < 0 ? std::strerror(errno) : "it shrank while being read");
+      break;
+    }
+    done += static_cast<size_t>(n);
+  }
+  ::close(fd);
+  if (!problem.empty()) throw EmulationError(problem);
+  return bytes;
 }
 
 uint32_t masterType(const Node& node) {
@@ -188,8 +213,12 @@ class BoardReader {
   void readEeprom(const Node& node, Device& device) {
     std::string path = node.string();
     if (!path.empty() && path[0] != '/') path = baseDir_ + "/" + path;
-    std::string image = readWholeFile(path, node);
-    if (image.size() > kMaxEepromBytes) node.fail("EEPROM image larger than 64 KiB");
+    std::string image;
+    try {
+      image = readRegularFile(path, 1, kMaxEepromBytes, "an EEPROM image");
+    } catch (const EmulationError& e) {
+      node.fail(e.what());
+    }
     for (size_t i = 0; i < image.size(); ++i) {
       device.setRegister(static_cast<uint32_t>(i), static_cast<uint8_t>(image[i]));
     }
@@ -243,8 +272,10 @@ FaultKind faultKindFromName(const std::string& name) {
 }
 
 Board parseEmulation(const std::string& json, const std::string& baseDir) {
+  // Iterative: a file nested 100,000 levels deep is an error like any other,
+  // not the end of the stack.
   rapidjson::Document document;
-  document.Parse(json.c_str(), json.size());
+  document.Parse<rapidjson::kParseIterativeFlag>(json.c_str(), json.size());
   if (document.HasParseError()) {
     throw EmulationError("offset " + std::to_string(document.GetErrorOffset()) + ": " +
                          rapidjson::GetParseError_En(document.GetParseError()));
@@ -253,9 +284,7 @@ Board parseEmulation(const std::string& json, const std::string& baseDir) {
 }
 
 Board loadEmulationFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw EmulationError(path + ": cannot read the emulation file");
-  std::string json((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  const std::string json = readRegularFile(path, 0, kMaxEmulationBytes, "an emulation file");
   auto slash = path.find_last_of('/');
   std::string baseDir = slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
   try {

@@ -55,17 +55,32 @@ std::string failureText(int index, const Smbus::Request& request, const std::str
 
 }  // namespace
 
-Emulator::Emulator(Board board, uint32_t defaultRetries)
-    : board_(std::move(board)), defaultRetries_(std::min(defaultRetries, kMaxRetries)) {}
+Emulator::Emulator(Board board, EmulatorLimits limits) : board_(std::move(board)), limits_(limits) {
+  limits_.defaultRetries = std::min(limits_.defaultRetries, kMaxRetries);
+}
 
-Outcome Emulator::run(const Smbus::TransactionRequest& request) {
+Outcome Emulator::run(const Smbus::TransactionRequest& request, const std::function<bool()>& stopRequested) {
   ++transactions_;
-  const uint32_t retries =
-      request.has_retrycount() ? std::min(request.retrycount(), kMaxRetries) : defaultRetries_;
+  Outcome outcome = runAttempts(request, stopRequested);
+  if (log_) log_->flush();
+  return outcome;
+}
+
+Outcome Emulator::runAttempts(const Smbus::TransactionRequest& request, const std::function<bool()>& stopRequested) {
   Outcome outcome;
+  const std::optional<uint32_t> retries = retriesFor(request, outcome);
+  if (!retries) {
+    outcome.response.set_failure(1);
+    outcome.response.set_reason(outcome.notice);
+    return outcome;
+  }
   for (unsigned number = 1;; ++number) {
+    if (number > 1 && stopRequested && stopRequested()) {
+      outcome.stopped = true;
+      return outcome;
+    }
     Attempt a = attempt(request, number);
-    outcome.delayMs += a.delayMs;
+    outcome.delayMs = std::min(outcome.delayMs + a.delayMs, kMaxDelayMs);
     if (a.drop) {
       outcome.drop = true;
       return outcome;
@@ -74,12 +89,29 @@ Outcome Emulator::run(const Smbus::TransactionRequest& request) {
       for (std::string& data : a.answers) outcome.response.add_response()->set_data(std::move(data));
       return outcome;
     }
-    if (a.final || number > retries) {
+    if (a.final || number > *retries) {
       outcome.response.set_failure(1);
       outcome.response.set_reason(a.final ? a.reason : a.reason + "; " + std::to_string(number) + " attempts");
       return outcome;
     }
   }
+}
+
+std::optional<uint32_t> Emulator::retriesFor(const Smbus::TransactionRequest& request, Outcome& outcome) const {
+  const uint32_t asked =
+      request.has_retrycount() ? std::min(request.retrycount(), kMaxRetries) : limits_.defaultRetries;
+  const uint64_t entries = static_cast<uint64_t>(request.request_size());
+  const std::string head = "transaction " + std::to_string(transactions_) + ": " + std::to_string(entries) + " entries";
+  const std::string bound = "the limit of " + std::to_string(limits_.maxEntryRuns) + " entry runs (--max-entry-runs)";
+  if (entries > limits_.maxEntryRuns) {
+    outcome.notice = head + " exceed " + bound;
+    return std::nullopt;
+  }
+  if (entries == 0 || entries * (uint64_t{asked} + 1) <= limits_.maxEntryRuns) return asked;
+  const uint32_t cut = static_cast<uint32_t>(limits_.maxEntryRuns / entries - 1);
+  outcome.notice = head + " x " + std::to_string(asked + 1) + " attempts exceed " + bound + "; retries cut to " +
+                   std::to_string(cut);
+  return cut;
 }
 
 Emulator::Attempt Emulator::attempt(const Smbus::TransactionRequest& request, unsigned number) {
@@ -129,7 +161,7 @@ bool Emulator::applyFault(Device& device, AccessResult& result, Attempt& attempt
       result = failed("no acknowledge");
       return false;
     case FaultKind::Delay:
-      attempt.delayMs += fault.delayMs;
+      attempt.delayMs = std::min(attempt.delayMs + fault.delayMs, kMaxDelayMs);
       return true;
     case FaultKind::Drop:
       attempt.drop = true;

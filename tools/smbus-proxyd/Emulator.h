@@ -3,6 +3,7 @@
 // real hardware: entries in order, the whole transaction retried after the
 // first failing entry, failure answers that name the entry, bus and device.
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,22 +17,34 @@ class TransactionLog;
 
 // What the server does with one transaction.
 struct Outcome {
-  bool drop = false;                  // close the connection instead of answering
-  uint32_t delayMs = 0;               // hold the answer back this long
+  bool drop = false;     // close the connection instead of answering
+  bool stopped = false;  // the daemon is stopping: no answer at all
+  uint32_t delayMs = 0;  // hold the answer back this long
+  std::string notice;    // a line for the daemon's own log, when not empty
   Smbus::TransactionResponse response;
+};
+
+// The daemon serves every client from one thread, so one transaction must
+// not hold the others up: the entries it may run, over all its attempts, are
+// bounded.
+struct EmulatorLimits {
+  uint32_t defaultRetries = 3;    // when the request carries no retry count
+  uint64_t maxEntryRuns = 10000;  // entries x attempts of one transaction
 };
 
 class Emulator {
  public:
-  // Retries when the request carries no retry count.
-  static constexpr uint32_t kDefaultRetries = 3;
-  // A retry count beyond this is taken as this many: the daemon is single
-  // threaded and a runaway count must not stall every other client.
+  // A retry count beyond this is taken as this many, whatever the entries.
   static constexpr uint32_t kMaxRetries = 1000;
+  // The longest an answer is held back by delay faults, however many
+  // accesses they act on.
+  static constexpr uint32_t kMaxDelayMs = 600000;
 
-  explicit Emulator(Board board, uint32_t defaultRetries = kDefaultRetries);
+  explicit Emulator(Board board, EmulatorLimits limits = {});
 
-  Outcome run(const Smbus::TransactionRequest& request);
+  // `stopRequested` is asked between attempts; when it answers true the
+  // transaction is abandoned and the outcome says `stopped`.
+  Outcome run(const Smbus::TransactionRequest& request, const std::function<bool()>& stopRequested = {});
 
   Board& board() { return board_; }
   // A fault acting on every device that has none of its own.
@@ -42,20 +55,24 @@ class Emulator {
  private:
   struct Attempt {
     bool ok = true;
-    bool final = false;   // an injected failure: not retried
+    bool final = false;  // an injected failure: not retried
     bool drop = false;
     uint32_t delayMs = 0;
     std::string reason;
     std::vector<std::string> answers;
   };
 
+  Outcome runAttempts(const Smbus::TransactionRequest& request, const std::function<bool()>& stopRequested);
+  // The retries this transaction gets: its own count or the default, cut to
+  // what the entry-run bound leaves; nullopt when not even one attempt fits.
+  std::optional<uint32_t> retriesFor(const Smbus::TransactionRequest& request, Outcome& outcome) const;
   Attempt attempt(const Smbus::TransactionRequest& request, unsigned number);
   AccessResult runEntry(const Smbus::Request& request, Attempt& attempt);
   // Applies the fault acting on `device`, if any; true when the access goes on.
   bool applyFault(Device& device, AccessResult& result, Attempt& attempt);
 
   Board board_;
-  uint32_t defaultRetries_;
+  EmulatorLimits limits_;
   std::optional<Fault> anyDeviceFault_;
   TransactionLog* log_ = nullptr;
   uint64_t transactions_ = 0;

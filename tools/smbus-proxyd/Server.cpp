@@ -1,6 +1,7 @@
 #include "Server.h"
 
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -9,11 +10,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <system_error>
 #include <vector>
 
 #include "ControlCommands.h"
 #include "Emulator.h"
+#include "KeldoUtil/Smbus.pb.h"
 
 namespace SmbusProxyd {
 
@@ -22,7 +25,16 @@ namespace {
 constexpr uint32_t kMaxFrameBytes = 1024 * 1024;
 constexpr size_t kHeaderBytes = 4;
 constexpr size_t kMaxControlLine = 4096;
+constexpr size_t kReadChunk = 64 * 1024;
+constexpr uint64_t kFreeBytes = 4096;
 constexpr int kListenBacklog = 64;
+// Out of descriptors, accepting is tried again after this long, or as soon as
+// a client leaves and frees one.
+constexpr std::chrono::milliseconds kAcceptPause{100};
+// Descriptors kept free for the daemon's own needs (the new log file after a
+// rotation; the sanitizer runtime, which checks memory through a pipe): a
+// client that would take one of them counts as descriptors running out.
+constexpr rlim_t kSpareDescriptors = 8;
 
 [[noreturn]] void throwErrno(const std::string& what) { throw std::system_error(errno, std::generic_category(), what); }
 
@@ -54,6 +66,13 @@ std::string frame(const std::string& body) {
   return out + body;
 }
 
+std::string failureAnswer(const std::string& reason) {
+  Smbus::TransactionResponse response;
+  response.set_failure(1);
+  response.set_reason(reason);
+  return frame(response.SerializeAsString());
+}
+
 uint32_t frameLength(const std::string& in) {
   auto byte = [&](size_t i) { return uint32_t{static_cast<uint8_t>(in[i])}; };
   return (byte(0) << 24) | (byte(1) << 16) | (byte(2) << 8) | byte(3);
@@ -77,6 +96,8 @@ Server::~Server() {
 }
 
 void Server::start() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) descriptorLimit_ = limit.rlim_cur;
   listenFd_ = listenOn(options_.socketPath);
   controlFd_ = listenOn(options_.controlPath);
 }
@@ -108,15 +129,18 @@ int Server::listenOn(const std::string& path) {
 }
 
 void Server::run(int stopFd) {
+  stopFd_ = stopFd;
   std::vector<pollfd> fds;
   std::vector<Connection*> polled;
-  for (;;) {
-    fds.assign({{stopFd, POLLIN, 0}, {listenFd_, POLLIN, 0}, {controlFd_, POLLIN, 0}});
+  while (!stopping_) {
+    // While accepting is paused the listening sockets are left out of the
+    // poll (a negative descriptor): they stay readable and would wake it at once.
+    const bool accepting = Clock::now() >= acceptPausedUntil_;
+    fds.assign(
+        {{stopFd, POLLIN, 0}, {accepting ? listenFd_ : -1, POLLIN, 0}, {accepting ? controlFd_ : -1, POLLIN, 0}});
     polled.clear();
     for (Connection& c : connections_) {
-      // One transaction at a time: the next request is read only once the
-      // answer to the last one has gone out.
-      short events = (!c.held && c.out.empty()) ? POLLIN : 0;
+      short events = wantsInput(c) ? POLLIN : 0;
       if (!c.out.empty()) events |= POLLOUT;
       fds.push_back({c.fd, events, 0});
       polled.push_back(&c);
@@ -125,38 +149,101 @@ void Server::run(int stopFd) {
     if (ready < 0 && errno != EINTR) throwErrno("poll");
     if (ready > 0) {
       if (fds[0].revents) return;
-      if (fds[1].revents & POLLIN) accept(listenFd_, false);
-      if (fds[2].revents & POLLIN) accept(controlFd_, true);
+      // Clients that left are closed before new ones are counted against the cap.
       for (size_t i = 0; i < polled.size(); ++i) {
         const short revents = fds[i + 3].revents;
         if (revents & POLLIN) receive(*polled[i]);
         if (polled[i]->fd >= 0 && (revents & POLLOUT)) transmit(*polled[i]);
         if (polled[i]->fd >= 0 && (revents & (POLLHUP | POLLERR)) && !(revents & POLLIN)) close(*polled[i]);
       }
+      if (fds[1].revents & POLLIN) accept(listenFd_, false);
+      if (fds[2].revents & POLLIN) accept(controlFd_, true);
     }
     releaseDue(Clock::now());
-    for (Connection& c : connections_) process(c);
+    for (Connection& c : connections_) {
+      if (!stopping_) process(c);
+    }
+    expireFrames(Clock::now());
     connections_.remove_if([](const Connection& c) { return c.fd < 0; });
   }
 }
 
 void Server::accept(int listenFd, bool control) {
   int fd = ::accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-  if (fd < 0) return;  // the client gave up already, or descriptors ran out
+  if (fd >= 0 && static_cast<rlim_t>(fd) + kSpareDescriptors >= descriptorLimit_) {
+    ::close(fd);
+    fd = -1;
+    errno = EMFILE;
+  }
+  if (fd < 0) {
+    if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+      acceptPausedUntil_ = Clock::now() + kAcceptPause;
+      notices_.say(std::string("cannot accept clients: ") + std::strerror(errno) +
+                   "; trying again in 100 ms or when a client leaves");
+    }
+    return;  // otherwise the client gave up already
+  }
+  const auto open = std::count_if(connections_.begin(), connections_.end(),
+                                  [&](const Connection& c) { return c.fd >= 0 && c.control == control; });
+  if (static_cast<unsigned>(open) >= options_.maxConnections) {
+    ::close(fd);
+    notices_.say(std::string("refused a ") + (control ? "control " : "") + "client: " + std::to_string(open) +
+                 " connections open (--max-connections)");
+    return;
+  }
   Connection c;
   c.fd = fd;
   c.control = control;
   connections_.push_back(std::move(c));
 }
 
+// A client is read only when nothing of its own waits to go out: one
+// transaction (or one batch of control lines) at a time, and a client that
+// does not read its answers cannot make the daemon buffer more.
+bool Server::wantsInput(const Connection& c) const { return !c.held && c.out.empty() && wanted(c) > 0; }
+
+// A protocol client is read up to the end of its current frame and no
+// further, so its buffer holds the one frame admitted. Before the header,
+// one read takes up to 4 KiB, which is free: header and a small request
+// arrive in one system call.
+size_t Server::wanted(const Connection& c) const {
+  if (c.control) return kReadChunk;
+  if (c.in.size() < kHeaderBytes) return kFreeBytes - c.in.size();
+  return frameComplete(c) ? 0 : kHeaderBytes + frameLength(c.in) - c.in.size();
+}
+
+bool Server::frameComplete(const Connection& c) const {
+  return !c.control && c.in.size() >= kHeaderBytes && c.in.size() >= kHeaderBytes + frameLength(c.in);
+}
+
 void Server::receive(Connection& c) {
-  char buffer[64 * 1024];
-  ssize_t n = ::recv(c.fd, buffer, sizeof(buffer), MSG_DONTWAIT);
-  if (n > 0) {
-    c.in.append(buffer, static_cast<size_t>(n));
-  } else if (n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) {
-    close(c);
+  char buffer[kReadChunk];
+  ssize_t n = ::recv(c.fd, buffer, std::min(sizeof(buffer), wanted(c)), MSG_DONTWAIT);
+  if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) return;
+  if (n <= 0) return close(c);
+  if (c.in.empty()) c.inSince = Clock::now();
+  const bool headerBefore = c.in.size() >= kHeaderBytes;
+  c.in.append(buffer, static_cast<size_t>(n));
+  if (!c.control && !headerBefore && c.in.size() >= kHeaderBytes) admit(c);
+}
+
+// A frame is taken in only when its whole length fits in what is left of
+// the memory budget; otherwise the client is closed, since the protocol has
+// no way to refuse a request but to answer it, which needs all of it read.
+// A frame longer than 1 MiB leaves the stream out of step for good.
+void Server::admit(Connection& c) {
+  const uint32_t length = frameLength(c.in);
+  if (length > kMaxFrameBytes) {
+    notices_.say("closed a client: it announced a frame of " + std::to_string(length) + " bytes (at most 1 MiB)");
+    return close(c);
   }
+  if (!charge(c.frameCharge, length)) {
+    notices_.say("closed a client: its frame of " + std::to_string(length) + " bytes does not fit in the " +
+                 "memory budget (--memory-budget " + std::to_string(options_.memoryBudget) + " bytes, " +
+                 std::to_string(charged_) + " in use)");
+    return close(c);
+  }
+  c.in.reserve(kHeaderBytes + length);
 }
 
 void Server::transmit(Connection& c) {
@@ -173,83 +260,150 @@ void Server::transmit(Connection& c) {
       return;
     }
   }
+  if (!c.held) {
+    release(c.answerCharge);
+    std::string().swap(c.out);
+  }
 }
 
-// Handles everything complete in the input; for a protocol client that is
-// one request at a time, the next only once the answer has been written.
+// Handles what is complete in the input: for a protocol client each frame
+// once the answer to the one before has gone out, for a control client
+// every whole line.
 void Server::process(Connection& c) {
-  if (c.fd < 0) return;
-  if (c.control) {
-    processLines(c);
-    if (c.fd >= 0) transmit(c);
-    return;
-  }
-  if (!c.out.empty()) transmit(c);
-  while (c.fd >= 0 && !c.held && c.out.empty()) {
-    const size_t before = c.in.size();
+  if (c.fd >= 0 && c.control) processLines(c);
+  while (!stopping_ && c.fd >= 0 && !c.control && !c.held && c.out.empty() && frameComplete(c)) {
     processFrame(c);
     if (c.fd >= 0) transmit(c);
-    if (c.in.size() == before) break;  // no complete frame yet
   }
+  if (c.fd >= 0 && !c.out.empty()) transmit(c);
 }
 
-// A frame longer than 1 MiB or a body that does not parse leaves the stream
-// out of step for good: the connection is closed.
+// A client that sent its next request before this answer (at most what
+// the first read of 4 KiB took) keeps those bytes as the start of its next
+// frame.
 void Server::processFrame(Connection& c) {
-  if (c.in.size() < kHeaderBytes) return;
-  const uint32_t length = frameLength(c.in);
-  if (length > kMaxFrameBytes) return close(c);
-  if (c.in.size() < kHeaderBytes + length) return;
+  const size_t length = kHeaderBytes + frameLength(c.in);
   Smbus::TransactionRequest request;
-  bool parsed = request.ParseFromArray(c.in.data() + kHeaderBytes, static_cast<int>(length));
-  c.in.erase(0, kHeaderBytes + length);
-  if (!parsed) return close(c);
-
-  Outcome outcome = emulator_.run(request);
+  const bool parsed = request.ParseFromArray(c.in.data() + kHeaderBytes, static_cast<int>(length - kHeaderBytes));
+  std::string(c.in, length).swap(c.in);
+  release(c.frameCharge);
+  if (!c.in.empty()) c.inSince = Clock::now();
+  if (c.in.size() >= kHeaderBytes) admit(c);
+  if (c.fd < 0) return;
+  if (!parsed) {
+    notices_.say("closed a client: its request does not parse");
+    return close(c);
+  }
+  Outcome outcome = emulator_.run(request, [this] { return stopRequested(); });
+  if (!outcome.notice.empty()) notices_.say(outcome.notice);
+  if (outcome.stopped) {
+    stopping_ = true;
+    return;
+  }
   if (outcome.drop) return close(c);
-  std::string answer = frame(outcome.response.SerializeAsString());
-  if (outcome.delayMs == 0) {
-    c.out += answer;
+  answer(c, frame(outcome.response.SerializeAsString()), outcome.delayMs);
+}
+
+// An answer that does not fit in the memory budget is replaced by a short
+// failure answer, which is not counted.
+void Server::answer(Connection& c, std::string bytes, uint32_t delayMs) {
+  if (!charge(c.answerCharge, bytes.size())) {
+    const std::string reason =
+        "the answer of " + std::to_string(bytes.size()) + " bytes does not fit in the proxy's memory budget";
+    notices_.say("answered a failure: " + reason + " (--memory-budget " + std::to_string(options_.memoryBudget) +
+                 " bytes, " + std::to_string(charged_) + " in use)");
+    bytes = failureAnswer(reason);
+  }
+  if (delayMs == 0) {
+    c.out = std::move(bytes);
     return;
   }
   c.held = true;
-  c.pending = std::move(answer);
-  c.due = Clock::now() + std::chrono::milliseconds(outcome.delayMs);
+  c.pending = std::move(bytes);
+  c.due = Clock::now() + std::chrono::milliseconds(delayMs);
 }
 
 void Server::processLines(Connection& c) {
+  bool answered = false;
   for (size_t end; (end = c.in.find('\n')) != std::string::npos;) {
     std::string line = c.in.substr(0, end);
     c.in.erase(0, end + 1);
     if (!line.empty() && line.back() == '\r') line.pop_back();
     c.out += control_.execute(line) + "\n";
+    answered = true;
   }
-  if (c.in.size() > kMaxControlLine) close(c);
+  if (answered) c.inSince = Clock::now();
+  if (c.in.size() > kMaxControlLine) {
+    notices_.say("closed a control client: a line longer than " + std::to_string(kMaxControlLine) + " bytes");
+    close(c);
+  }
+}
+
+// Requests and answers of up to 4 KiB (all that the plug-in sends and
+// gets) cost nothing, so they are served whatever large frames hold the
+// budget; their total is bounded by the connection cap.
+bool Server::charge(uint64_t& account, uint64_t bytes) {
+  if (bytes <= kFreeBytes) return true;
+  if (bytes > options_.memoryBudget - charged_) return false;
+  account += bytes;
+  charged_ += bytes;
+  return true;
+}
+
+void Server::release(uint64_t& account) {
+  charged_ -= account;
+  account = 0;
+}
+
+// Asked between the attempts of a transaction, so that a stop signal does
+// not wait for a long run of retries.
+bool Server::stopRequested() const {
+  pollfd stop{stopFd_, POLLIN, 0};
+  return ::poll(&stop, 1, 0) > 0;
 }
 
 void Server::releaseDue(Clock::time_point now) {
   for (Connection& c : connections_) {
     if (c.fd < 0 || !c.held || c.due > now) continue;
     c.held = false;
-    c.out += c.pending;
+    c.out = std::move(c.pending);
     c.pending.clear();
   }
 }
 
-int Server::pollTimeout(Clock::time_point now) const {
-  int timeout = -1;
-  for (const Connection& c : connections_) {
-    if (!c.held) continue;
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(c.due - now).count() + 1;
-    int ms = static_cast<int>(std::max<decltype(left)>(0, left));
-    timeout = timeout < 0 ? ms : std::min(timeout, ms);
+// A client that stops half-way through a frame (or a control line) would
+// hold its connection and its share of the budget for ever.
+void Server::expireFrames(Clock::time_point now) {
+  const std::chrono::milliseconds limit{options_.frameTimeoutMs};
+  for (Connection& c : connections_) {
+    if (c.fd < 0 || c.in.empty() || frameComplete(c) || now - c.inSince < limit) continue;
+    notices_.say(std::string("closed a ") + (c.control ? "control " : "") + "client: " + std::to_string(c.in.size()) +
+                 " bytes of a " + (c.control ? "line" : "frame") + " and no more for " +
+                 std::to_string(options_.frameTimeoutMs) + " ms (--frame-timeout)");
+    close(c);
   }
-  return timeout;
 }
 
+int Server::pollTimeout(Clock::time_point now) const {
+  std::optional<Clock::time_point> first;
+  auto consider = [&](Clock::time_point t) { first = first ? std::min(*first, t) : t; };
+  if (acceptPausedUntil_ > now) consider(acceptPausedUntil_);
+  for (const Connection& c : connections_) {
+    if (c.held) consider(c.due);
+    if (!c.in.empty()) consider(c.inSince + std::chrono::milliseconds(options_.frameTimeoutMs));
+  }
+  if (!first) return -1;
+  auto left = std::chrono::duration_cast<std::chrono::milliseconds>(*first - now).count() + 1;
+  return static_cast<int>(std::max<decltype(left)>(0, left));
+}
+
+// A descriptor is free again: accepting resumes at once.
 void Server::close(Connection& c) {
   if (c.fd >= 0) ::close(c.fd);
   c.fd = -1;
+  release(c.frameCharge);
+  release(c.answerCharge);
+  acceptPausedUntil_ = Clock::time_point{};
 }
 
 }  // namespace SmbusProxyd

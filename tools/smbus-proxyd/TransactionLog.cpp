@@ -1,6 +1,8 @@
 #include "TransactionLog.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #include "KeldoUtil/Smbus.pb.h"
 
@@ -51,19 +53,39 @@ TransactionLog::~TransactionLog() {
   if (file_) std::fclose(file_);
 }
 
-bool TransactionLog::open(const std::string& path) {
+bool TransactionLog::open(const std::string& path, uint64_t maxBytes) {
   std::FILE* file = std::fopen(path.c_str(), "ae");
   if (!file) return false;
   if (file_) std::fclose(file_);
   file_ = file;
+  path_ = path;
+  maxBytes_ = maxBytes;
+  std::fseek(file_, 0, SEEK_END);
+  size_ = static_cast<uint64_t>(std::max(0L, std::ftell(file_)));
   return true;
 }
 
 void TransactionLog::write(const LogEntry& entry) {
   if (!file_) return;
   std::string line = formatLogEntry(entry) + "\n";
+  if (size_ > 0 && size_ + line.size() > maxBytes_) rotate();
+  if (!file_) return;
   std::fwrite(line.data(), 1, line.size(), file_);
-  std::fflush(file_);
+  size_ += line.size();
+}
+
+void TransactionLog::flush() {
+  if (file_) std::fflush(file_);
+}
+
+// The daemon keeps running when the new file cannot be made; only the log
+// stops, and says so once.
+void TransactionLog::rotate() {
+  std::fclose(file_);
+  const std::string previous = path_ + ".1";
+  file_ = std::rename(path_.c_str(), previous.c_str()) == 0 ? std::fopen(path_.c_str(), "we") : nullptr;
+  size_ = 0;
+  if (!file_) std::fprintf(stderr, "keldo-smbus-proxyd: %s: %s; the log stops\n", path_.c_str(), std::strerror(errno));
 }
 
 }  // namespace SmbusProxyd

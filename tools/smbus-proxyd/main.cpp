@@ -40,28 +40,46 @@ int main(int argc, char** argv) {
   CLI::App app{"Reference SMBus proxy: serves the proxy protocol on a Unix socket and carries the "
                "transactions out on an emulated board."};
   std::string emulationPath;
-  std::string socketPath = defaultSocketPath();
-  std::string controlPath;
   std::string logPath;
-  uint32_t retries = SmbusProxyd::Emulator::kDefaultRetries;
+  SmbusProxyd::ServerOptions server{defaultSocketPath(), ""};
+  SmbusProxyd::EmulatorLimits limits;
+  uint64_t logSize = SmbusProxyd::TransactionLog::kDefaultMaxBytes;
   app.add_option("-e,--emulation", emulationPath, "Emulation file (JSON) describing the board");
-  app.add_option("-s,--socket", socketPath, "Socket to serve (default: $KELDO_SMBUS_SOCKET or "
-                                            "/run/keldo/smbus-proxy.sock)");
-  app.add_option("-c,--control", controlPath, "Control socket for fault injection (default: SOCKET.ctl)");
+  app.add_option("-s,--socket", server.socketPath, "Socket to serve (default: $KELDO_SMBUS_SOCKET or "
+                                                   "/run/keldo/smbus-proxy.sock)");
+  app.add_option("-c,--control", server.controlPath, "Control socket for fault injection (default: SOCKET.ctl)");
   app.add_option("-l,--log", logPath, "Append one line per executed request entry to this file");
-  app.add_option("-r,--retries", retries, "Retries of a failed transaction that carries no retry count")
+  app.add_option("--log-size", logSize, "Size at which the log is renamed to FILE.1 and a new one started")
+      ->capture_default_str()
+      ->transform(CLI::AsSizeValue(false))
+      ->check(CLI::Range(uint64_t{64 * 1024}, uint64_t{1} << 40));
+  app.add_option("-r,--retries", limits.defaultRetries, "Retries of a failed transaction that carries no retry count")
       ->capture_default_str()
       ->check(CLI::Range(0u, SmbusProxyd::Emulator::kMaxRetries));
+  app.add_option("--max-entry-runs", limits.maxEntryRuns,
+                 "Entries x attempts one transaction may run; its retries are cut to fit")
+      ->capture_default_str()
+      ->check(CLI::Range(uint64_t{1}, uint64_t{1} << 40));
+  app.add_option("--max-connections", server.maxConnections, "Clients served at once on each socket")
+      ->capture_default_str()
+      ->check(CLI::Range(1u, 1000000u));
+  app.add_option("--memory-budget", server.memoryBudget, "Bytes of requests and answers held at once")
+      ->capture_default_str()
+      ->transform(CLI::AsSizeValue(false))
+      ->check(CLI::Range(uint64_t{2} << 20, uint64_t{1} << 40));
+  app.add_option("--frame-timeout", server.frameTimeoutMs, "Milliseconds a client may take to send one frame")
+      ->capture_default_str()
+      ->check(CLI::Range(1u, 3600000u));
   CLI11_PARSE(app, argc, argv);
-  if (controlPath.empty()) controlPath = socketPath + ".ctl";
+  if (server.controlPath.empty()) server.controlPath = server.socketPath + ".ctl";
 
   try {
-    SmbusProxyd::Board board = emulationPath.empty() ? SmbusProxyd::Board{}
-                                                     : SmbusProxyd::loadEmulationFile(emulationPath);
-    SmbusProxyd::Emulator emulator(std::move(board), retries);
+    SmbusProxyd::Board board =
+        emulationPath.empty() ? SmbusProxyd::Board{} : SmbusProxyd::loadEmulationFile(emulationPath);
+    SmbusProxyd::Emulator emulator(std::move(board), limits);
     SmbusProxyd::TransactionLog log;
     if (!logPath.empty()) {
-      if (!log.open(logPath)) {
+      if (!log.open(logPath, logSize)) {
         std::perror(logPath.c_str());
         return 1;
       }
@@ -73,11 +91,12 @@ int main(int argc, char** argv) {
       std::perror("signalfd");
       return 1;
     }
-    SmbusProxyd::Server server(emulator, control, {socketPath, controlPath});
-    server.start();
-    std::printf("keldo-smbus-proxyd: ready on %s (control %s)\n", socketPath.c_str(), controlPath.c_str());
+    SmbusProxyd::Server proxy(emulator, control, server);
+    proxy.start();
+    std::printf("keldo-smbus-proxyd: ready on %s (control %s)\n", server.socketPath.c_str(),
+                server.controlPath.c_str());
     std::fflush(stdout);
-    server.run(stopFd);
+    proxy.run(stopFd);
     close(stopFd);
   } catch (const std::exception& e) {
     std::fprintf(stderr, "keldo-smbus-proxyd: %s\n", e.what());

@@ -15,7 +15,7 @@
 
 #include <gtest/gtest.h>
 
-#include "../../unit/SmbusProxyd/ProxydProcess.h"
+#include "../proxyd/ProxydProcess.h"
 #include "FakeHost.h"
 #include "Plugin.h"
 #include "keldo/pl_host.h"

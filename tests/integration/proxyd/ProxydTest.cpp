@@ -1,7 +1,7 @@
 // The reference SMBus proxy: the emulated board in-process (multiplexer
-// gating, request semantics, retries, the transaction log, broken emulation
-// files), then the daemon process over real sockets, driven by the platform
-// client and the control channel.
+// gating, request semantics, retries, the transaction log), then the daemon
+// process over real sockets, driven by the platform client and the control
+// channel. What it survives is in LimitsTest.cpp.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
@@ -18,52 +18,11 @@
 #include "KeldoUtil/Smbus.pb.h"
 #include "PlatformLibrary/PLSocket.h"
 #include "ProxydProcess.h"
+#include "Protocol.h"
 #include "TempDir.h"
 #include "TransactionLog.h"
 
 namespace {
-
-// Places on tests/data/proxyd/board.json, and request entries packed the way
-// the plug-in packs them.
-const std::string kBoardFile = KELDO_SOURCE_DIR "/tests/data/proxyd/board.json";
-const std::string kEepromFile = KELDO_SOURCE_DIR "/tests/data/proxyd/psu-eeprom.bin";
-
-struct Place {
-  Smbus::MasterType master;
-  uint32_t pci, accel, bus, address;
-};
-
-constexpr Place kMux70{Smbus::I2C, 0, 0, 3, 0x70};
-constexpr Place kMux71{Smbus::I2C, 0, 0, 3, 0x71};
-constexpr Place kLm75{Smbus::I2C, 0, 0, 10, 0x48};     // mux 0x70 channel 0
-constexpr Place kEeprom{Smbus::I2C, 0, 0, 12, 0x50};   // mux 0x70 channel 2
-constexpr Place kPmbus{Smbus::I2C, 0, 0, 12, 0x58};    // mux 0x70 channel 2
-constexpr Place kOther48{Smbus::I2C, 0, 0, 21, 0x48};  // mux 0x71 channel 1
-constexpr Place kDead{Smbus::I2C, 0, 0, 3, 0x3c};      // NAKs by the file's fault
-constexpr Place kCpld{Smbus::SCD, 0xff00, 1, 2, 0x23};  // 16-bit registers, the rest reads 0xff
-
-Smbus::Request entry(const Place& p, Smbus::RequestType type, uint32_t reg, uint32_t length = 0,
-                     const std::string& data = "", uint32_t addrSize = 1) {
-  const uint32_t word1 = (addrSize << 25) | (p.accel << 14) | (p.bus << 7) | p.address;
-  Smbus::Request r;
-  r.set_address((uint64_t{word1} << 32) | reg);
-  r.set_type(type);
-  r.set_length(length);
-  r.set_pciaddress(p.pci);
-  r.set_mastertype(p.master);
-  if (!data.empty()) r.set_data(data);
-  return r;
-}
-
-// Send-byte of the control byte: bit n connects channel n.
-Smbus::Request select(const Place& mux, uint8_t channels) { return entry(mux, Smbus::WRITE, channels); }
-
-Smbus::TransactionRequest transaction(const std::vector<Smbus::Request>& entries, std::optional<uint32_t> retries) {
-  Smbus::TransactionRequest request;
-  for (const auto& e : entries) *request.add_request() = e;
-  if (retries) request.set_retrycount(*retries);
-  return request;
-}
 
 // The failure reason for the LM75 (bus 10, 0x48) as entry `index`.
 std::string lm75Failure(int index, const std::string& error, int attempts) {
@@ -171,32 +130,6 @@ TEST_F(EmulatorTest, LogHasOneLinePerExecutedEntryOfEveryAttempt) {
   EXPECT_EQ(readFile(dir.file("proxyd.log")),
             "txn=1 attempt=1" + attempt + "txn=1 attempt=1" + failed + "txn=1 attempt=2" + attempt +
                 "txn=1 attempt=2" + failed);
-}
-
-TEST(EmulationFile, EachBrokenFieldIsReportedWithItsPlace) {
-  const struct {
-    const char* json;
-    const char* message;
-  } cases[] = {
-      {R"({"buses": [{"bus": 3, "devices": [{"address": "0x80"}]}]})",
-       "emulation.buses[0].devices[0].address: expected a number from 0 to 0x7f"},
-      {R"({"buses": [{"bus": 3, "devices": [{"adress": 80}]}]})",
-       "emulation.buses[0].devices[0]: unknown key \"adress\""},
-      {R"({"buses": [{"bus": 3, "devices": [{"address": 1}, {"address": "1"}]}]})",
-       "emulation.buses[0].devices[1].address: address used twice on this bus"},
-      {R"({"buses": [{"bus": 3, "devices": [{"address": 1, "eeprom": "missing.bin"}]}]})",
-       "emulation.buses[0].devices[0].eeprom: cannot read"},
-      {R"({"buses": [{"bus": 3,}]})", "offset 21: Missing a name for object member."},
-  };
-  TempDir dir;
-  for (const auto& c : cases) {
-    try {
-      SmbusProxyd::parseEmulation(c.json, dir.path());
-      ADD_FAILURE() << "accepted " << c.json;
-    } catch (const SmbusProxyd::EmulationError& e) {
-      EXPECT_EQ(std::string(e.what()).substr(0, std::string(c.message).size()), c.message) << c.json;
-    }
-  }
 }
 
 class DaemonTest : public ::testing::Test {
