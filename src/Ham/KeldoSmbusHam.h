@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "AhamAddress.h"
 #include "Ham/Ham.h"
 #include "KeldoUtil/Smbus.pb.h"
 #include "Topology.h"
