@@ -76,6 +76,33 @@ bool SearchDeviceVisitor::visit(const Device* device) {
   return false;
 }
 
+template <typename PathNode>
+bool PathVisitor::step(const PathNode* node, bool isTarget) {
+  if (!found) {
+    if (!isTarget) return true;
+    found = true;
+  }
+  onPath(node);
+  return false;
+}
+
+// Only a search by component or device has a component or device target.
+bool PathVisitor::visit(const Component* node) { return step(node, !bus_ && node->uid == componentUid); }
+bool PathVisitor::visit(const Device* node) {
+  return step(node, !bus_ && componentUid == Drivers::DriverArgs::NO_COMPONENT && node->did == deviceUid);
+}
+bool PathVisitor::visit(const Bus* node) { return step(node, node == bus_); }
+bool PathVisitor::visit(const Mux* node) { return step(node, false); }
+bool PathVisitor::visit(const Accelerator* node) { return step(node, false); }
+bool PathVisitor::visit(const SCD* node) { return step(node, false); }
+bool PathVisitor::visit(const I2C* node) { return step(node, false); }
+bool PathVisitor::visit(const IOPort* node) { return step(node, false); }
+bool PathVisitor::visit(const Celestica* node) { return step(node, false); }
+bool PathVisitor::visit(const PLM* node) { return step(node, false); }
+bool PathVisitor::visit(const LinuxFs* node) { return step(node, false); }
+bool PathVisitor::visit(const SccSpi* node) { return step(node, false); }
+bool PathVisitor::visit(const Topology* node) { return step(node, false); }
+
 // ---- Readers --------------------------------------------------------------
 
 void Node::init(std::shared_ptr<Node> node, const rapidjson::Value& json) {

@@ -184,6 +184,61 @@ class SearchDeviceVisitor : public TopologyVisitor {
   const Device* device_ = nullptr;
 };
 
+// A search for one node, the target, that then hears from every node on the
+// way back to the root: the target first, then each ancestor, innermost
+// first. (A stop unwinds the post-order walk through exactly those nodes.)
+// The target is the component with uid `componentUid`; when that is
+// Drivers::DriverArgs::NO_COMPONENT, the device with id `deviceUid`; or one
+// given bus node. Nothing is heard before the target. Every visit after it
+// answers false, which changes nothing: the walk is already unwinding.
+class PathVisitor : public TopologyVisitor {
+ public:
+  PathVisitor(uint32_t componentUid, uint32_t deviceUid) : componentUid(componentUid), deviceUid(deviceUid) {}
+  explicit PathVisitor(const Bus* bus) : bus_(bus) {}
+
+  bool visit(const Component* node) final;
+  bool visit(const Device* node) final;
+  bool visit(const Mux* node) final;
+  bool visit(const Bus* node) final;
+  bool visit(const Accelerator* node) final;
+  bool visit(const SCD* node) final;
+  bool visit(const I2C* node) final;
+  bool visit(const IOPort* node) final;
+  bool visit(const Celestica* node) final;
+  bool visit(const PLM* node) final;
+  bool visit(const LinuxFs* node) final;
+  bool visit(const SccSpi* node) final;
+  bool visit(const Topology* node) final;
+
+  uint32_t componentUid = 0;
+  uint32_t deviceUid = 0;
+  bool found = false;
+
+ protected:
+  ~PathVisitor() = default;
+
+  // The nodes on the path, target first. Each does nothing unless overridden.
+  virtual void onPath(const Component*) {}
+  virtual void onPath(const Device*) {}
+  virtual void onPath(const Mux*) {}
+  virtual void onPath(const Bus*) {}
+  virtual void onPath(const Accelerator*) {}
+  virtual void onPath(const SCD*) {}
+  virtual void onPath(const I2C*) {}
+  virtual void onPath(const IOPort*) {}
+  virtual void onPath(const Celestica*) {}
+  virtual void onPath(const PLM*) {}
+  virtual void onPath(const LinuxFs*) {}
+  virtual void onPath(const SccSpi*) {}
+  virtual void onPath(const Topology*) {}
+
+ private:
+  template <typename PathNode>
+  bool step(const PathNode* node, bool isTarget);
+
+  const Bus* bus_ = nullptr;
+};
+
 // The current tree, the exact text it was built from, and its label index.
 extern std::unique_ptr<Topology> _topology;
 extern std::string _topology_json;
