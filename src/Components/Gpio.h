@@ -57,6 +57,7 @@ class RegGpio : public Gpio {
   uint32_t mask() const;
   pl_status readRegister(uint8_t* value);
   pl_status writeRegister(uint8_t value);
+  pl_status writeBit(bool on);
 
   HardwareDevice* device_;  // not owned
   bool writeOnly_ = false;

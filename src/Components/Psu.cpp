@@ -51,10 +51,9 @@ pl_status Psu::get_output_power_callback(pl_psu* psu, float* value) {
 }  // namespace Component
 
 extern "C" pl_psu* pl_psu_add(const char* objectJson) {
+  using namespace Component::LogicalDevice;
   // Power supplies report their failures at level 2, unlike the other kinds.
-  static const Component::LogicalDevice::AddTraces traces = {"newPsu() failed", 2, false};
-  auto* psu = Component::LogicalDevice::addLogicalDevice(
-      objectJson, traces,
-      [](Component::DeviceBase& device, const Component::FactoryArgs& args) { return device.newPsu(args); });
-  return psu ? psu->handle() : nullptr;
+  static const AddTraces traces = {"newPsu() failed", 2, false};
+  auto newPsu = [](Component::DeviceBase& device, const Component::FactoryArgs& args) { return device.newPsu(args); };
+  return handleOf(addLogicalDevice(fromObject(objectJson), traces, newPsu));
 }
