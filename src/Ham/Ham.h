@@ -23,7 +23,9 @@ class Ham {
   uint32_t retryCount = 0;
   bool retryCountSet = false;
 
-  // The slot order below is part of the design: access methods override by slot.
+  // The virtual-table layout that the host, access methods and drivers built
+  // apart from this library are compiled against: keep the order, add only at
+  // the end.
   virtual void init();                                                             // 1
   virtual void prepare() = 0;                                                      // 2
   virtual pl_status execute() = 0;                                                 // 3

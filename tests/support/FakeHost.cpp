@@ -68,7 +68,6 @@ int traceLevel(const std::string& text) {
 }
 
 Timer& timer(pl_timer_handle handle) { return state().timers.at(handle); }
-size_t timerCount() { return state().timers.size(); }
 const std::vector<TimerSet>& timerSets() { return state().timerSets; }
 
 void fire(pl_timer_handle handle) {
