@@ -130,6 +130,14 @@ std::shared_ptr<NodeType> newNode(const rapidjson::Value& json) {
   return node;
 }
 
+// A bus, or a medium that is one: after the preamble, the bus part.
+template <typename BusNode>
+std::shared_ptr<BusNode> newBusNode(const rapidjson::Value& json) {
+  auto node = newNode<BusNode>(json);
+  Bus::init(node, json);
+  return node;
+}
+
 // Each element of the optional array `key`, read in order.
 template <typename Read>
 void readEach(const rapidjson::Value& json, const char* key, Read read) {
@@ -188,11 +196,7 @@ void Bus::init(std::shared_ptr<Bus> bus, const rapidjson::Value& json) {
   readEach(json, "muxes", [&](const rapidjson::Value& entry) { bus->muxes.push_back(Mux::fromJSON(entry)); });
 }
 
-std::shared_ptr<Bus> Bus::fromJSON(const rapidjson::Value& json) {
-  auto bus = newNode<Bus>(json);
-  Bus::init(bus, json);
-  return bus;
-}
+std::shared_ptr<Bus> Bus::fromJSON(const rapidjson::Value& json) { return newBusNode<Bus>(json); }
 
 // A mux channel repeated in the board file is not an error: the first bus
 // read for a channel serves it and later ones are dropped.
@@ -242,23 +246,11 @@ std::shared_ptr<I2C> I2C::fromJSON(const rapidjson::Value& json) {
   return i2c;
 }
 
-std::shared_ptr<IOPort> IOPort::fromJSON(const rapidjson::Value& json) {
-  auto port = newNode<IOPort>(json);
-  Bus::init(port, json);
-  return port;
-}
+std::shared_ptr<IOPort> IOPort::fromJSON(const rapidjson::Value& json) { return newBusNode<IOPort>(json); }
 
-std::shared_ptr<PLM> PLM::fromJSON(const rapidjson::Value& json) {
-  auto plm = newNode<PLM>(json);
-  Bus::init(plm, json);
-  return plm;
-}
+std::shared_ptr<PLM> PLM::fromJSON(const rapidjson::Value& json) { return newBusNode<PLM>(json); }
 
-std::shared_ptr<SccSpi> SccSpi::fromJSON(const rapidjson::Value& json) {
-  auto spi = newNode<SccSpi>(json);
-  Bus::init(spi, json);
-  return spi;
-}
+std::shared_ptr<SccSpi> SccSpi::fromJSON(const rapidjson::Value& json) { return newBusNode<SccSpi>(json); }
 
 namespace {
 
