@@ -13,7 +13,7 @@
 #include <mutex>
 #include <optional>
 
-#include "../PLSocket/ScriptedProxy.h"
+#include "ScriptedProxy.h"
 #include "Drivers/SmbusProxyDriver.h"
 #include "FakeHost.h"
 #include "Ham/KeldoSmbusHam.h"
