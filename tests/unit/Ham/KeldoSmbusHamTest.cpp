@@ -1,11 +1,10 @@
 // The SMBus transport against a scripted proxy over a real socket: what each
 // operation puts on the wire, resolution from the topology, multiplexer
-// splicing, the failure paths, and the raw-access driver on top of it.
+// splicing, and the failure paths.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <deque>
 #include <functional>
@@ -14,7 +13,7 @@
 #include <optional>
 
 #include "ScriptedProxy.h"
-#include "Drivers/SmbusProxyDriver.h"
+#include "Drivers/Drivers.h"
 #include "FakeHost.h"
 #include "Ham/KeldoSmbusHam.h"
 #include "Keldo.h"
@@ -265,41 +264,6 @@ TEST_F(KeldoSmbusHamTest, BadAnswersGiveStatusSixAndLostConnectionsFour) {
                                                                "execute: invalid number of response entries; "
                                                                "expected 1, got 2",
                                                                "execute: error. " + reset}));
-}
-
-// The host's raw access: no retries, the read pause after every read, failed
-// or not, and the length rules of the two block reads.
-TEST_F(KeldoSmbusHamTest, SmbusProxyDriverPausesAndCutsBlocks) {
-  auto ham = scdHam();
-  Drivers::DriverArgs args;
-  args.driverArgs = {{"localReadDelayMs", "300"}};
-  std::unique_ptr<Component::HardwareDevice> device(Drivers::SmbusProxyDriver::create(args, ham.get()));
-  std::unique_ptr<Drivers::SmbusProxyDriver::SmbusProxy> proxy(
-      static_cast<Drivers::SmbusProxyDriver::SmbusProxy*>(device->newSmbusProxy(args)));
-  auto ms = [](const std::function<void()>& call) {
-    const auto start = std::chrono::steady_clock::now();
-    call();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
-  };
-  then(failure("nak"));
-  uint8_t byte = 7;
-  const auto paused = ms([&] { EXPECT_EQ(proxy->readByte(1, &byte), PL_STATUS_INTERNAL); });
-  EXPECT_TRUE(paused >= 300 && paused < 1000) << paused;
-  EXPECT_EQ(byte, 7);
-
-  uint8_t buffer[40] = {};
-  for (const char* answer : {"ab", "abcd"}) {  // three bytes asked for
-    then(entries({answer}));
-    EXPECT_LT(ms([&] { EXPECT_EQ(proxy->i2cBlockRead(0x16, buffer, 3), PL_STATUS_UNAVAILABLE); }), 150) << answer;
-  }
-  EXPECT_EQ(buffer[0], 0);
-  then(entries({std::string(40, 'z')}));
-  unsigned int length = 0;
-  EXPECT_EQ(proxy->blockRead(0x20, buffer, &length), PL_STATUS_OK);
-  EXPECT_EQ(length, 32u);
-  EXPECT_EQ(buffer[31], 'z');
-  EXPECT_EQ(buffer[32], 0);
-  for (const auto& request : sent()) EXPECT_TRUE(request.has_retrycount() && request.retrycount() == 0);
 }
 
 // Fetches read the answer the access method holds; no proxy needed.

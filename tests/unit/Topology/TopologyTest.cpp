@@ -6,6 +6,7 @@
 
 #include "Drivers/Drivers.h"
 #include "FakeHost.h"
+#include "SmallStack.h"
 #include "TempDir.h"
 #include "Topology.h"
 
@@ -91,6 +92,31 @@ TEST(TopologyLoad, SameTextIsReusedBadTextRefusedAnyOtherTextRebuilt) {
                                       "topology is the same as the previously loaded one (using it)",
                                       "loading topology json"}));
   EXPECT_EQ(text + " ", _topology_json);
+}
+
+// The tree is built, walked and destroyed one call per level, so a text
+// nested deeper than 64 levels is refused like one that does not parse and
+// the loaded tree stays. The text itself is read without recursion: 100,000
+// levels (a chain of 25,000 multiplexers) on a 1 MiB stack.
+TEST(TopologyLoad, NestingDeeperThanSixtyFourLevelsIsRefused) {
+  auto nested = [](size_t levels) {  // an ignored key of an I2C medium
+    return R"([{"type":"I2C","ham":"h","id":1,"x":)" + std::string(levels - 2, '[') + std::string(levels - 2, ']') + "}]";
+  };
+  std::string chain = R"([{"type":"I2C","ham":"h","id":1,"muxes":)";
+  for (int i = 0; i < 25000; ++i) chain += R"([{"did":1,"busses":[{"id":1,"muxes":)";
+  chain += "[]";
+  for (int i = 0; i < 25000; ++i) chain += "}]}]";
+  chain += "}]";
+  onStackOf(1 << 20, [&] {
+    EXPECT_EQ(PL_STATUS_OK, loadTopology(nested(64).c_str()));
+    ASSERT_EQ(PL_STATUS_OK, loadTopology(kWalkJson));
+    FakeHost::reset();
+    EXPECT_EQ(PL_STATUS_BAD_INPUT, loadTopology(nested(65).c_str()));
+    EXPECT_EQ(PL_STATUS_BAD_INPUT, loadTopology(chain.c_str()));
+  });
+  EXPECT_EQ(2, FakeHost::countTrace("failed to load topology from json: nested more than 64 levels deep", 2));
+  EXPECT_TRUE(_topology_json == kWalkJson);
+  EXPECT_NE(nullptr, findDevice(13));
 }
 
 TEST(TopologyLoad, FindDeviceReturnsTheFirstInWalkOrder) {
