@@ -36,6 +36,7 @@ TEST(RegGpio, ReadModifyWriteThroughTheHostTable) {
     size_t reads;
   } cases[] = {
       {"7", false, PL_STATUS_OK, 1, {C::write8(0x20, 0x01), C::write8(0x20, 0x81)}, 3},  // other bits kept
+      {"3", false, PL_STATUS_OK, 0, {C::write8(0x20, 0x81), C::write8(0x20, 0x89)}, 3},  // clearing a clear bit
       {"7", false, 2, 9, {}, 3},                                                       // failed reads write nothing
       {"3", true, PL_STATUS_OK, 0, {C::write8(0x20, 0xF7), C::write8(0x20, 0x08)}, 1},  // no read before a write
       {"39", false, PL_STATUS_OK, 0, {C::write8(0x20, 0x81), C::write8(0x20, 0x81)}, 3},  // beyond the word: no bit
