@@ -190,6 +190,8 @@ TEST_F(Registry, MultiDeviceGetsNoHamAndAddsItsObjectsThroughTheEntryPoints) {
   EXPECT_TRUE(group->leds.empty());
   EXPECT_EQ(std::vector<std::string>{"Failed to find driverArgs for driver key 'led'"}, FakeHost::traceTexts(0));
   EXPECT_EQ(nullptr, pl_gpio_add(json.c_str()));  // a multi-device has no GPIO of its own
+  EXPECT_EQ(nullptr, pl_gpio_add("{"));
+  EXPECT_FALSE(FakeHost::hasTrace("DeviceBase::create() failed"));  // the GPIO entry says nothing itself
 }
 
 class Poller : public Component::PollingDevice<HardwareDevice> {
