@@ -17,6 +17,7 @@
 #include "Ham/SimHam.h"
 #include "Keldo.h"
 #include "KeldoUtil/NotImplementedException.h"
+#include "TempDir.h"
 #include "Topology.h"
 
 namespace {
@@ -130,17 +131,7 @@ constexpr uint32_t NONE = Drivers::DriverArgs::NO_COMPONENT;
 
 // One medium of each access-capable type; bus 1 has a mux whose channel
 // bus 2 holds device 40. Component uids are unique across the board.
-const char* const BOARD = R"([
-  {"type":"I2C","ham":"SimHam","id":1,"devices":[{"did":16,"components":[{"uid":5}]},{"did":17}],
-   "muxes":[{"did":30,"busses":[{"id":2,"devices":[{"did":40,"components":[{"uid":6}]}]}]}]},
-  {"type":"SCD","ham":"ScdHam","pci":4660,
-   "accelerators":[{"id":3,"busses":[{"id":7,"devices":[{"did":50,"components":[{"uid":8}]}]}]}]},
-  {"type":"LinuxFs","ham":"FsHam","devices":[{"did":60}]},
-  {"type":"Celestica","ham":"CelHam","accelerators":[{"id":1,"busses":[{"id":1,"devices":[{"did":70}]}]}]},
-  {"type":"IOPort","ham":"IoHam","id":9,"devices":[{"did":80}]},
-  {"type":"PLM","ham":"PlmHam","id":10,"devices":[{"did":90}]},
-  {"type":"SccSpi","ham":"SpiHam","id":11,"devices":[{"did":100}]}
-])";
+const std::string BOARD = readFile(KELDO_SOURCE_DIR "/tests/unit/Ham/board.json");
 
 Drivers::DriverArgs argsFor(uint32_t uid, uint32_t did) {
   Drivers::DriverArgs args;
@@ -154,7 +145,7 @@ using Texts = std::vector<std::string>;
 class CreateHam : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(Topology::loadTopology(BOARD), PL_STATUS_OK);
+    ASSERT_EQ(Topology::loadTopology(BOARD.c_str()), PL_STATUS_OK);
     Utils::simulationMode = 0;
     FakeHost::reset();
   }

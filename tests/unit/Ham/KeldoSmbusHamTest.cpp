@@ -29,21 +29,7 @@ namespace {
 // SCD 0x1234, accelerator 2, bus 5: device 96 (component 7) on the bus and
 // device 97 (component 9) behind mux 0x70 channel 4 and mux 0x71 channel 8.
 // Two plain I2C buses, one flagged.
-const char* const kBoard = R"([
-  {"type": "SCD", "ham": "KeldoSmbus", "pci": 4660, "accelerators": [{"id": 2, "busses": [
-    {"id": 5, "devices": [
-      {"did": 112, "uid": 1112, "driver": "PCA9548", "address": {"address": 112}, "components": [{"uid": 1112}]},
-      {"did": 96, "driver": "Dummy", "address": {"address": 80, "addrSize": 2, "readDelay": 3},
-       "components": [{"uid": 7}]}],
-     "muxes": [{"did": 112, "busses": [{"id": 4, "devices": [
-        {"did": 113, "uid": 1113, "driver": "PCA9548", "address": {"address": 113}, "components": [{"uid": 1113}]}],
-       "muxes": [{"did": 113, "busses": [{"id": 8, "label": "behind-muxes", "devices": [
-        {"did": 97, "driver": "Dummy", "address": {"address": 81}, "components": [{"uid": 9}]}]}]}]}]}]}]}]},
-  {"type": "I2C", "ham": "KeldoSmbus", "id": 12, "simulated": true, "devices": [
-    {"did": 200, "driver": "Dummy", "address": {"address": 32}}]},
-  {"type": "I2C", "ham": "KeldoSmbus", "id": 13, "label": "i2c-13", "devices": [
-    {"did": 201, "driver": "Dummy", "address": {"address": 33}}]}
-])";
+const std::string kBoard = readFile(KELDO_SOURCE_DIR "/tests/unit/Ham/keldosmbus-board.json");
 
 // Word 1 of a resolved address: device, bus, accelerator, bits 25-26 = 1.
 constexpr uint32_t word1(uint32_t address, uint32_t bus, uint32_t accel) {
@@ -76,7 +62,7 @@ class KeldoSmbusHamTest : public ::testing::Test {
  protected:
   void SetUp() override {
     FakeHost::reset();
-    ASSERT_EQ(Topology::loadTopology(kBoard), PL_STATUS_OK);
+    ASSERT_EQ(Topology::loadTopology(kBoard.c_str()), PL_STATUS_OK);
     setenv("KELDO_SMBUS_SOCKET", dir_.file("proxy.sock").c_str(), 1);
     _plSock = new PlatformLibrary::PLSocket;
     ASSERT_EQ(_plSock->setup(), 0);

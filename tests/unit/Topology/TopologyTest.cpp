@@ -16,16 +16,7 @@ namespace {
 
 // Accelerators and mux channels are listed out of id order on purpose: the
 // walk takes them in ascending id.
-const char* const kWalkJson = R"([
-  {"type":"SCD","ham":"h","pci":1,"accelerators":[
-    {"id":2,"busses":[{"id":5,"devices":[{"did":20}]}]},
-    {"id":1,"busses":[{"id":4,
-      "devices":[{"did":10,"components":[{"uid":100},{"uid":101}]},{"did":11}],
-      "muxes":[{"did":12,"busses":[{"id":7},{"id":6,"devices":[{"did":13}]}]}]}]}]},
-  {"type":"I2C","ham":"h","id":9,"devices":[{"did":30}]},
-  {"type":"IOPort","ham":"h","id":8}, {"type":"PLM","ham":"h","id":7}, {"type":"SccSpi","ham":"h","id":6},
-  {"type":"Celestica","ham":"h"}, {"type":"LinuxFs","ham":"h","devices":[{"did":40}]}
-])";
+const std::string kWalkJson = readFile(KELDO_SOURCE_DIR "/tests/unit/Topology/walk.json");
 
 // Records every visit as a short token and answers false at one token.
 class Recorder : public TopologyVisitor {
@@ -55,7 +46,7 @@ class Recorder : public TopologyVisitor {
 };
 
 TEST(TopologyWalk, StopVisitsEveryAncestorButNoLaterSibling) {
-  ASSERT_EQ(PL_STATUS_OK, loadTopology(kWalkJson));
+  ASSERT_EQ(PL_STATUS_OK, loadTopology(kWalkJson.c_str()));
   const std::string scd = "C100 C101 D10 D11 D13 B6 B7 M12 B4 A1 D20 B5 A2 SCD";
   const struct {
     const char* stopAt;
@@ -109,7 +100,7 @@ TEST(TopologyLoad, NestingDeeperThanSixtyFourLevelsIsRefused) {
   chain += "}]";
   onStackOf(1 << 20, [&] {
     EXPECT_EQ(PL_STATUS_OK, loadTopology(nested(64).c_str()));
-    ASSERT_EQ(PL_STATUS_OK, loadTopology(kWalkJson));
+    ASSERT_EQ(PL_STATUS_OK, loadTopology(kWalkJson.c_str()));
     FakeHost::reset();
     EXPECT_EQ(PL_STATUS_BAD_INPUT, loadTopology(nested(65).c_str()));
     EXPECT_EQ(PL_STATUS_BAD_INPUT, loadTopology(chain.c_str()));
