@@ -146,13 +146,18 @@ void BM_RawUnixEcho16(benchmark::State& state) {
   close(fd);
 }
 
-// A device on a plain I2C bus, one register: the shortest transaction.
-void BM_Read8ThroughProxyDaemon(benchmark::State& state) {
+// The sensor at 0x48 on plain I2C bus 3 of the board the daemon plays.
+std::unique_ptr<Ham::KeldoSmbusHam> sensorHam() {
   Topology::AhamAddress address;
   address.setAddress(0x48);
   address.setBus(3);
   address.setAddrSize(1);
-  std::unique_ptr<Ham::KeldoSmbusHam> ham(Ham::KeldoSmbusHam::createFromAddress(address, nullptr));
+  return std::unique_ptr<Ham::KeldoSmbusHam>(Ham::KeldoSmbusHam::createFromAddress(address, nullptr));
+}
+
+// A device on a plain I2C bus, one register: the shortest transaction.
+void BM_Read8ThroughProxyDaemon(benchmark::State& state) {
+  std::unique_ptr<Ham::KeldoSmbusHam> ham = sensorHam();
   uint8_t value = 0;
   for (auto _ : state) {
     if (ham->read8(0x00, &value) != PL_STATUS_OK) state.SkipWithError("read8 failed");
@@ -163,11 +168,7 @@ void BM_Read8ThroughProxyDaemon(benchmark::State& state) {
 // The same request prebuilt and sent with PLSocket alone: the share of the
 // access method is the difference to the benchmark above.
 void BM_SameRequestThroughPLSocketOnly(benchmark::State& state) {
-  Topology::AhamAddress address;
-  address.setAddress(0x48);
-  address.setBus(3);
-  address.setAddrSize(1);
-  std::unique_ptr<Ham::KeldoSmbusHam> ham(Ham::KeldoSmbusHam::createFromAddress(address, nullptr));
+  std::unique_ptr<Ham::KeldoSmbusHam> ham = sensorHam();
   ham->prepare();
   ham->addRead8(0x00);
   for (auto _ : state) {

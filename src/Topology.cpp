@@ -1,6 +1,6 @@
 #include "Topology.h"
 
-#include <sys/types.h>
+#include <type_traits>
 
 #include "Drivers/Drivers.h"
 
@@ -31,11 +31,129 @@ bool acceptAll(const std::map<Key, std::shared_ptr<Child>>& children, TopologyVi
   return true;
 }
 
-// The node's own visit happens whatever its children answered; its answer
-// only counts when none of them stopped the walk.
-bool combine(bool childrenWentOn, bool selfWentOn) { return childrenWentOn && selfWentOn; }
+// The node's own visit comes after its children's walk, whatever that
+// answered; its answer only counts when none of them stopped the walk.
+template <typename Self>
+bool visitAfter(bool childrenWentOn, const Self* self, TopologyVisitor* visitor) {
+  const bool selfWentOn = visitor->visit(self);
+  return childrenWentOn && selfWentOn;
+}
+
+}  // namespace
+
+// ---- Traversal ----------------------------------------------------------
+
+bool Component::accept(TopologyVisitor* visitor) const { return visitor->visit(this); }
+bool Device::accept(TopologyVisitor* visitor) const { return visitAfter(acceptAll(components, visitor), this, visitor); }
+bool Bus::acceptBus(TopologyVisitor* visitor) const {
+  return visitAfter(acceptAll(devices, visitor) && acceptAll(muxes, visitor), this, visitor);
+}
+bool Bus::accept(TopologyVisitor* visitor) const { return acceptBus(visitor); }
+bool Mux::accept(TopologyVisitor* visitor) const { return visitAfter(acceptAll(busses, visitor), this, visitor); }
+bool Accelerator::accept(TopologyVisitor* visitor) const {
+  return visitAfter(acceptAll(busses, visitor), this, visitor);
+}
+bool SCD::accept(TopologyVisitor* visitor) const { return visitAfter(acceptAll(accelerators, visitor), this, visitor); }
+bool Celestica::accept(TopologyVisitor* visitor) const {
+  return visitAfter(acceptAll(accelerators, visitor), this, visitor);
+}
+bool LinuxFs::accept(TopologyVisitor* visitor) const { return visitAfter(acceptAll(devices, visitor), this, visitor); }
+bool Topology::accept(TopologyVisitor* visitor) const { return visitAfter(acceptAll(media, visitor), this, visitor); }
+
+// A medium that is also a bus is seen twice: first as the bus, where a visitor
+// picks up the bus id, then as the medium, where it learns what kind of
+// controller carries the bus.
+bool I2C::accept(TopologyVisitor* visitor) const { return visitAfter(acceptBus(visitor), this, visitor); }
+bool IOPort::accept(TopologyVisitor* visitor) const { return visitAfter(acceptBus(visitor), this, visitor); }
+bool PLM::accept(TopologyVisitor* visitor) const { return visitAfter(acceptBus(visitor), this, visitor); }
+bool SccSpi::accept(TopologyVisitor* visitor) const { return visitAfter(acceptBus(visitor), this, visitor); }
+
+bool SearchDeviceVisitor::visit(const Device* device) {
+  if (device->did != did_) return true;
+  pl_trace(2, "Device %u found in topology", did_);
+  device_ = device;
+  found_ = true;
+  return false;
+}
+
+template <typename PathNode>
+bool PathVisitor::step(const PathNode* node, bool isTarget) {
+  if (!found) {
+    if (!isTarget) return true;
+    found = true;
+  }
+  onPath(node);
+  return false;
+}
+
+// Only a search by component or device has a component or device target.
+bool PathVisitor::visit(const Component* node) { return step(node, !bus_ && node->uid == componentUid); }
+bool PathVisitor::visit(const Device* node) {
+  return step(node, !bus_ && componentUid == Drivers::DriverArgs::NO_COMPONENT && node->did == deviceUid);
+}
+bool PathVisitor::visit(const Bus* node) { return step(node, node == bus_); }
+bool PathVisitor::visit(const Mux* node) { return step(node, false); }
+bool PathVisitor::visit(const Accelerator* node) { return step(node, false); }
+bool PathVisitor::visit(const SCD* node) { return step(node, false); }
+bool PathVisitor::visit(const I2C* node) { return step(node, false); }
+bool PathVisitor::visit(const IOPort* node) { return step(node, false); }
+bool PathVisitor::visit(const Celestica* node) { return step(node, false); }
+bool PathVisitor::visit(const PLM* node) { return step(node, false); }
+bool PathVisitor::visit(const LinuxFs* node) { return step(node, false); }
+bool PathVisitor::visit(const SccSpi* node) { return step(node, false); }
+bool PathVisitor::visit(const Topology* node) { return step(node, false); }
+
+// ---- Readers --------------------------------------------------------------
+
+void Node::init(std::shared_ptr<Node> node, const rapidjson::Value& json) {
+  if (!json.HasMember("label")) return;
+  _topology_index[json["label"].GetString()] = std::move(node);
+}
+
+namespace {
 
 uint32_t readUint(const rapidjson::Value& json, const char* key) { return json[key].GetUint(); }
+
+// What every reader does first: the value must be an object, and the new
+// node is registered under its "label". Medium-and-bus nodes carry Node
+// twice; the index holds the medium part, and a run-time cast to Bus still
+// finds the bus part from it.
+template <typename NodeType>
+std::shared_ptr<NodeType> newNode(const rapidjson::Value& json) {
+  KELDO_ASSERT(json.IsObject());
+  auto node = std::make_shared<NodeType>();
+  if constexpr (std::is_base_of_v<MediumNode, NodeType> && std::is_base_of_v<Bus, NodeType>) {
+    Node::init(std::static_pointer_cast<MediumNode>(node), json);
+  } else {
+    Node::init(node, json);
+  }
+  return node;
+}
+
+// A bus, or a medium that is one: after the preamble, the bus part.
+template <typename BusNode>
+std::shared_ptr<BusNode> newBusNode(const rapidjson::Value& json) {
+  auto node = newNode<BusNode>(json);
+  Bus::init(node, json);
+  return node;
+}
+
+// Each element of the optional array `key`, read in order.
+template <typename Read>
+void readEach(const rapidjson::Value& json, const char* key, Read read) {
+  if (!json.HasMember(key)) return;
+  for (const auto& entry : json[key].GetArray()) read(entry);
+}
+
+// Muxes and accelerators hold their buses by id; each decides what a repeated
+// id means.
+template <typename Keep>
+void readBusses(const rapidjson::Value& json, Keep keep) {
+  if (!json.HasMember("busses")) return;
+  const rapidjson::Value& busses = json["busses"];
+  KELDO_ASSERT(busses.IsArray());
+  for (const auto& entry : busses.GetArray()) keep(Bus::fromJSON(entry));
+}
 
 // SCD and Celestica media hold the same accelerator map, and a repeated
 // accelerator id is a board-file error in either.
@@ -51,183 +169,58 @@ void readAccelerators(Medium* scd, const rapidjson::Value& json) {
   }
 }
 
-// Medium-and-bus nodes carry Node twice; the label index holds the medium
-// part, and a run-time cast to Bus still finds the bus part from it.
-template <typename BusMedium>
-std::shared_ptr<Node> asNode(const std::shared_ptr<BusMedium>& node) {
-  return std::static_pointer_cast<MediumNode>(node);
-}
-
 }  // namespace
 
-// ---- Traversal ----------------------------------------------------------
-
-bool Component::accept(TopologyVisitor* visitor) const { return visitor->visit(this); }
-
-bool Device::accept(TopologyVisitor* visitor) const {
-  const bool wentOn = acceptAll(components, visitor);
-  return combine(wentOn, visitor->visit(this));
-}
-
-bool Bus::acceptBus(TopologyVisitor* visitor) const {
-  const bool wentOn = acceptAll(devices, visitor) && acceptAll(muxes, visitor);
-  return combine(wentOn, visitor->visit(this));
-}
-
-bool Bus::accept(TopologyVisitor* visitor) const { return acceptBus(visitor); }
-
-bool Mux::accept(TopologyVisitor* visitor) const {
-  const bool wentOn = acceptAll(busses, visitor);
-  return combine(wentOn, visitor->visit(this));
-}
-
-bool Accelerator::accept(TopologyVisitor* visitor) const {
-  const bool wentOn = acceptAll(busses, visitor);
-  return combine(wentOn, visitor->visit(this));
-}
-
-bool SCD::accept(TopologyVisitor* visitor) const {
-  const bool wentOn = acceptAll(accelerators, visitor);
-  return combine(wentOn, visitor->visit(this));
-}
-
-bool Celestica::accept(TopologyVisitor* visitor) const {
-  const bool wentOn = acceptAll(accelerators, visitor);
-  return combine(wentOn, visitor->visit(this));
-}
-
-bool LinuxFs::accept(TopologyVisitor* visitor) const {
-  const bool wentOn = acceptAll(devices, visitor);
-  return combine(wentOn, visitor->visit(this));
-}
-
-// A medium that is also a bus is seen twice: first as the bus, where a visitor
-// picks up the bus id, then as the medium, where it learns what kind of
-// controller carries the bus.
-bool I2C::accept(TopologyVisitor* visitor) const {
-  const bool wentOn = acceptBus(visitor);
-  return combine(wentOn, visitor->visit(this));
-}
-
-bool IOPort::accept(TopologyVisitor* visitor) const {
-  const bool wentOn = acceptBus(visitor);
-  return combine(wentOn, visitor->visit(this));
-}
-
-bool PLM::accept(TopologyVisitor* visitor) const {
-  const bool wentOn = acceptBus(visitor);
-  return combine(wentOn, visitor->visit(this));
-}
-
-bool SccSpi::accept(TopologyVisitor* visitor) const {
-  const bool wentOn = acceptBus(visitor);
-  return combine(wentOn, visitor->visit(this));
-}
-
-bool Topology::accept(TopologyVisitor* visitor) const {
-  const bool wentOn = acceptAll(media, visitor);
-  return combine(wentOn, visitor->visit(this));
-}
-
-bool SearchDeviceVisitor::visit(const Device* device) {
-  if (device->did != did_) return true;
-  pl_trace(2, "Device %u found in topology", did_);
-  device_ = device;
-  found_ = true;
-  return false;
-}
-
-// ---- Readers --------------------------------------------------------------
-
-void Node::init(std::shared_ptr<Node> node, const rapidjson::Value& json) {
-  if (!json.HasMember("label")) return;
-  _topology_index[json["label"].GetString()] = std::move(node);
-}
-
 std::shared_ptr<Component> Component::fromJSON(const rapidjson::Value& json) {
-  KELDO_ASSERT(json.IsObject());
-  auto component = std::make_shared<Component>();
-  Node::init(component, json);
+  auto component = newNode<Component>(json);
   KELDO_ASSERT(json.HasMember( "uid" ));
   component->uid = readUint(json, "uid");
   return component;
 }
 
 std::shared_ptr<Device> Device::fromJSON(const rapidjson::Value& json) {
-  KELDO_ASSERT(json.IsObject());
-  auto device = std::make_shared<Device>();
-  Node::init(device, json);
+  auto device = newNode<Device>(json);
   KELDO_ASSERT(json.HasMember( "did" ));
   device->did = readUint(json, "did");
   if (json.HasMember("driver")) device->args = Drivers::DriverArgs::fromJSON(json);
-  if (json.HasMember("components")) {
-    for (const auto& entry : json["components"].GetArray()) {
-      device->components.push_back(Component::fromJSON(entry));
-    }
-  }
+  readEach(json, "components", [&](const rapidjson::Value& entry) {
+    device->components.push_back(Component::fromJSON(entry));
+  });
   return device;
 }
 
 void Bus::init(std::shared_ptr<Bus> bus, const rapidjson::Value& json) {
   KELDO_ASSERT(json.HasMember( "id" ));
   bus->id = readUint(json, "id");
-  if (json.HasMember("devices")) {
-    for (const auto& entry : json["devices"].GetArray()) bus->devices.push_back(Device::fromJSON(entry));
-  }
-  if (json.HasMember("muxes")) {
-    for (const auto& entry : json["muxes"].GetArray()) bus->muxes.push_back(Mux::fromJSON(entry));
-  }
+  readEach(json, "devices", [&](const rapidjson::Value& entry) { bus->devices.push_back(Device::fromJSON(entry)); });
+  readEach(json, "muxes", [&](const rapidjson::Value& entry) { bus->muxes.push_back(Mux::fromJSON(entry)); });
 }
 
-std::shared_ptr<Bus> Bus::fromJSON(const rapidjson::Value& json) {
-  KELDO_ASSERT(json.IsObject());
-  auto bus = std::make_shared<Bus>();
-  Node::init(bus, json);
-  Bus::init(bus, json);
-  return bus;
-}
+std::shared_ptr<Bus> Bus::fromJSON(const rapidjson::Value& json) { return newBusNode<Bus>(json); }
 
 // A mux channel repeated in the board file is not an error: the first bus
 // read for a channel serves it and later ones are dropped.
 std::shared_ptr<Mux> Mux::fromJSON(const rapidjson::Value& json) {
-  KELDO_ASSERT(json.IsObject());
-  auto mux = std::make_shared<Mux>();
-  Node::init(mux, json);
+  auto mux = newNode<Mux>(json);
   KELDO_ASSERT(json.HasMember( "did" ));
   mux->did = readUint(json, "did");
-  if (json.HasMember("busses")) {
-    const rapidjson::Value& busses = json["busses"];
-    KELDO_ASSERT(busses.IsArray());
-    for (const auto& entry : busses.GetArray()) {
-      std::shared_ptr<Bus> bus = Bus::fromJSON(entry);
-      mux->busses.emplace(bus->id, bus);
-    }
-  }
+  readBusses(json, [&](std::shared_ptr<Bus> bus) { mux->busses.emplace(bus->id, bus); });
   return mux;
 }
 
 std::shared_ptr<Accelerator> Accelerator::fromJSON(const rapidjson::Value& json) {
-  KELDO_ASSERT(json.IsObject());
-  auto accel = std::make_shared<Accelerator>();
-  Node::init(accel, json);
+  auto accel = newNode<Accelerator>(json);
   KELDO_ASSERT(json.HasMember( "id" ));
   accel->id = readUint(json, "id");
-  if (json.HasMember("busses")) {
-    const rapidjson::Value& busses = json["busses"];
-    KELDO_ASSERT(busses.IsArray());
-    for (const auto& entry : busses.GetArray()) {
-      std::shared_ptr<Bus> bus = Bus::fromJSON(entry);
-      KELDO_ASSERT(accel->busses.find( bus->id ) == accel->busses.end());
-      accel->busses.emplace(bus->id, bus);
-    }
-  }
+  readBusses(json, [&](std::shared_ptr<Bus> bus) {
+    KELDO_ASSERT(accel->busses.find( bus->id ) == accel->busses.end());
+    accel->busses.emplace(bus->id, bus);
+  });
   return accel;
 }
 
 std::shared_ptr<SCD> SCD::fromJSON(const rapidjson::Value& json) {
-  KELDO_ASSERT(json.IsObject());
-  auto scd = std::make_shared<SCD>();
-  Node::init(scd, json);
+  auto scd = newNode<SCD>(json);
   KELDO_ASSERT(json.HasMember( "pci" ));
   scd->pci = readUint(json, "pci");
   readAccelerators(scd.get(), json);
@@ -235,55 +228,29 @@ std::shared_ptr<SCD> SCD::fromJSON(const rapidjson::Value& json) {
 }
 
 std::shared_ptr<Celestica> Celestica::fromJSON(const rapidjson::Value& json) {
-  KELDO_ASSERT(json.IsObject());
-  auto celestica = std::make_shared<Celestica>();
-  Node::init(celestica, json);
+  auto celestica = newNode<Celestica>(json);
   readAccelerators(celestica.get(), json);
   return celestica;
 }
 
 std::shared_ptr<LinuxFs> LinuxFs::fromJSON(const rapidjson::Value& json) {
-  KELDO_ASSERT(json.IsObject());
-  auto fs = std::make_shared<LinuxFs>();
-  Node::init(fs, json);
-  if (json.HasMember("devices")) {
-    for (const auto& entry : json["devices"].GetArray()) fs->devices.push_back(Device::fromJSON(entry));
-  }
+  auto fs = newNode<LinuxFs>(json);
+  readEach(json, "devices", [&](const rapidjson::Value& entry) { fs->devices.push_back(Device::fromJSON(entry)); });
   return fs;
 }
 
 std::shared_ptr<I2C> I2C::fromJSON(const rapidjson::Value& json) {
-  KELDO_ASSERT(json.IsObject());
-  auto i2c = std::make_shared<I2C>();
-  Node::init(asNode(i2c), json);
+  auto i2c = newNode<I2C>(json);
   if (json.HasMember("simulated")) i2c->simulated = json["simulated"].GetBool();
   Bus::init(i2c, json);
   return i2c;
 }
 
-std::shared_ptr<IOPort> IOPort::fromJSON(const rapidjson::Value& json) {
-  KELDO_ASSERT(json.IsObject());
-  auto port = std::make_shared<IOPort>();
-  Node::init(asNode(port), json);
-  Bus::init(port, json);
-  return port;
-}
+std::shared_ptr<IOPort> IOPort::fromJSON(const rapidjson::Value& json) { return newBusNode<IOPort>(json); }
 
-std::shared_ptr<PLM> PLM::fromJSON(const rapidjson::Value& json) {
-  KELDO_ASSERT(json.IsObject());
-  auto plm = std::make_shared<PLM>();
-  Node::init(asNode(plm), json);
-  Bus::init(plm, json);
-  return plm;
-}
+std::shared_ptr<PLM> PLM::fromJSON(const rapidjson::Value& json) { return newBusNode<PLM>(json); }
 
-std::shared_ptr<SccSpi> SccSpi::fromJSON(const rapidjson::Value& json) {
-  KELDO_ASSERT(json.IsObject());
-  auto spi = std::make_shared<SccSpi>();
-  Node::init(asNode(spi), json);
-  Bus::init(spi, json);
-  return spi;
-}
+std::shared_ptr<SccSpi> SccSpi::fromJSON(const rapidjson::Value& json) { return newBusNode<SccSpi>(json); }
 
 namespace {
 
@@ -323,6 +290,9 @@ Topology* Topology::fromJSON(const rapidjson::Document& json) {
 
 // Every init entry hands over the topology again; the same text keeps the
 // tree (and every pointer into it), any other text rebuilds it from scratch.
+// The tree is as deep as the text and is built, walked and destroyed one call
+// per level, so a text nested beyond what any board needs is refused like
+// one that does not parse, before the loaded tree is touched.
 pl_status loadTopology(const char* json) {
   if (_topology && _topology_json == json) {
     pl_trace(2, "topology is the same as the previously loaded one (using it)");
@@ -330,11 +300,7 @@ pl_status loadTopology(const char* json) {
   }
   pl_trace(2, "loading topology json");
   rapidjson::Document document;
-  document.Parse(json);
-  if (document.HasParseError()) {
-    pl_trace(2, "failed to load topology from json: %s offset %zd",
-             rapidjson::GetParseError_En(document.GetParseError()),
-             static_cast<ssize_t>(document.GetErrorOffset()));
+  if (!Utils::parseJson(document, json, 2, "failed to load topology from json", Utils::kMaxJsonNesting)) {
     return PL_STATUS_BAD_INPUT;
   }
   _topology.reset();
@@ -365,29 +331,5 @@ const Device* findDevice(unsigned did) {
 }
 
 bool isDeviceObject(const char* text) { return text != nullptr && text[0] == '{'; }
-
-// The fields are cut to their widths as they are stored, and the size check
-// looks at what the two bits then hold: 4 arrives as 0 and is refused (the
-// text still names 4), while 5 and 6 wrap to 1 and 2 and pass. Board files
-// rely on this, so it stays.
-void fillAddressFromJSON(const rapidjson::Value& value, AhamAddress& out) {
-  KELDO_ASSERT(value.IsObject());
-  KELDO_ASSERT(value.HasMember( "address" ));
-  out = AhamAddress();
-  out.setAddrSize(1);
-  out.setAddress(readUint(value, "address"));
-  if (value.HasMember("writeDelay")) out.setWriteDelay(readUint(value, "writeDelay"));
-  if (value.HasMember("readDelay")) out.setReadDelay(readUint(value, "readDelay"));
-  if (value.HasMember("busTimeout")) out.setBusTimeout(readUint(value, "busTimeout"));
-  if (value.HasMember("extraDelay")) out.setExtraDelay(readUint(value, "extraDelay"));
-  if (value.HasMember("addrSize")) {
-    out.setAddrSize(readUint(value, "addrSize"));
-    const struct {
-      uint32_t addrSize;
-    } addr = {out.addrSize()};
-    KELDO_ASSERT(addr.addrSize == 1 || addr.addrSize == 2 || addr.addrSize == 4);
-  }
-  if (value.HasMember("accel")) out.setAccel(readUint(value, "accel"));
-}
 
 }  // namespace Topology

@@ -17,51 +17,6 @@ struct DriverArgs;
 
 namespace Topology {
 
-// Hardware address of a device, two 32-bit words. Word 0 carries the register
-// of the operation being queued (filled by the access layer). Word 1 packs:
-//   bits 0-6 address, 7-13 bus, 14-20 accel, 21 read flag, 22-24 busTimeout,
-//   25-26 addrSize, 27 extraDelay, 28-29 writeDelay, 30-31 readDelay.
-struct AhamAddress {
-  uint32_t word0 = 0;
-  uint32_t word1 = 0;
-
-  uint32_t address() const { return get(0, 7); }
-  uint32_t bus() const { return get(7, 7); }
-  uint32_t accel() const { return get(14, 7); }
-  uint32_t readFlag() const { return get(21, 1); }
-  uint32_t busTimeout() const { return get(22, 3); }
-  uint32_t addrSize() const { return get(25, 2); }
-  uint32_t extraDelay() const { return get(27, 1); }
-  uint32_t writeDelay() const { return get(28, 2); }
-  uint32_t readDelay() const { return get(30, 2); }
-
-  // Each setter keeps only the low bits that fit the field.
-  void setAddress(uint32_t v) { set(0, 7, v); }
-  void setBus(uint32_t v) { set(7, 7, v); }
-  void setAccel(uint32_t v) { set(14, 7, v); }
-  void setReadFlag(uint32_t v) { set(21, 1, v); }
-  void setBusTimeout(uint32_t v) { set(22, 3, v); }
-  void setAddrSize(uint32_t v) { set(25, 2, v); }
-  void setExtraDelay(uint32_t v) { set(27, 1, v); }
-  void setWriteDelay(uint32_t v) { set(28, 2, v); }
-  void setReadDelay(uint32_t v) { set(30, 2, v); }
-
-  // The 8 bytes as one 64-bit value: word 0 low, word 1 high.
-  uint64_t packed() const { return (uint64_t(word1) << 32) | word0; }
-
- private:
-  static constexpr uint32_t mask(unsigned width) { return width >= 32 ? ~0u : ((1u << width) - 1); }
-  uint32_t get(unsigned shift, unsigned width) const { return (word1 >> shift) & mask(width); }
-  void set(unsigned shift, unsigned width, uint32_t v) {
-    word1 = (word1 & ~(mask(width) << shift)) | ((v & mask(width)) << shift);
-  }
-};
-
-// PCI address of the device that carries an SCD's accelerators.
-struct PCIAddress {
-  uint32_t value = 0;
-};
-
 class TopologyVisitor;
 class Component;
 class Device;
@@ -229,6 +184,61 @@ class SearchDeviceVisitor : public TopologyVisitor {
   const Device* device_ = nullptr;
 };
 
+// A search for one node, the target, that then hears from every node on the
+// way back to the root: the target first, then each ancestor, innermost
+// first. (A stop unwinds the post-order walk through exactly those nodes.)
+// The target is the component with uid `componentUid`; when that is
+// Drivers::DriverArgs::NO_COMPONENT, the device with id `deviceUid`; or one
+// given bus node. Nothing is heard before the target. Every visit after it
+// answers false, which changes nothing: the walk is already unwinding.
+class PathVisitor : public TopologyVisitor {
+ public:
+  PathVisitor(uint32_t componentUid, uint32_t deviceUid) : componentUid(componentUid), deviceUid(deviceUid) {}
+  explicit PathVisitor(const Bus* bus) : bus_(bus) {}
+
+  bool visit(const Component* node) final;
+  bool visit(const Device* node) final;
+  bool visit(const Mux* node) final;
+  bool visit(const Bus* node) final;
+  bool visit(const Accelerator* node) final;
+  bool visit(const SCD* node) final;
+  bool visit(const I2C* node) final;
+  bool visit(const IOPort* node) final;
+  bool visit(const Celestica* node) final;
+  bool visit(const PLM* node) final;
+  bool visit(const LinuxFs* node) final;
+  bool visit(const SccSpi* node) final;
+  bool visit(const Topology* node) final;
+
+  uint32_t componentUid = 0;
+  uint32_t deviceUid = 0;
+  bool found = false;
+
+ protected:
+  ~PathVisitor() = default;
+
+  // The nodes on the path, target first. Each does nothing unless overridden.
+  virtual void onPath(const Component*) {}
+  virtual void onPath(const Device*) {}
+  virtual void onPath(const Mux*) {}
+  virtual void onPath(const Bus*) {}
+  virtual void onPath(const Accelerator*) {}
+  virtual void onPath(const SCD*) {}
+  virtual void onPath(const I2C*) {}
+  virtual void onPath(const IOPort*) {}
+  virtual void onPath(const Celestica*) {}
+  virtual void onPath(const PLM*) {}
+  virtual void onPath(const LinuxFs*) {}
+  virtual void onPath(const SccSpi*) {}
+  virtual void onPath(const Topology*) {}
+
+ private:
+  template <typename PathNode>
+  bool step(const PathNode* node, bool isTarget);
+
+  const Bus* bus_ = nullptr;
+};
+
 // The current tree, the exact text it was built from, and its label index.
 extern std::unique_ptr<Topology> _topology;
 extern std::string _topology_json;
@@ -245,6 +255,5 @@ Device* getDeviceByLabel(const char* label);
 const Device* findDevice(unsigned did);
 // True when the text is an inline JSON object (first character "{").
 bool isDeviceObject(const char* text);
-void fillAddressFromJSON(const rapidjson::Value& json, AhamAddress& addr);
 
 }  // namespace Topology

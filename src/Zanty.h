@@ -26,7 +26,7 @@ using DriverFactory = std::function<Component::DeviceBase*(const DriverArgs&, Ha
 extern const std::map<std::string, DriverFactory> drivers;
 
 // Extension point for test builds of the plug-in only: a test library may
-// define it to add driver rows (tests/drivers). The product defines none, so
+// define it to add driver rows (tests/integration/drivers). The product defines none, so
 // its registry holds exactly its own rows.
 void addExtraDriverRows(std::map<std::string, DriverFactory>& rows) __attribute__((weak));
 }  // namespace Drivers

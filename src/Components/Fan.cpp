@@ -31,9 +31,8 @@ pl_status Fan::setRpmCallback(pl_fan* fan, int rpm) {
 }  // namespace Component
 
 extern "C" pl_fan* pl_fan_add(const char* objectJson) {
-  static const Component::LogicalDevice::AddTraces traces = {"newFan() failed", 0, false};
-  auto* fan = Component::LogicalDevice::addLogicalDevice(
-      objectJson, traces,
-      [](Component::DeviceBase& device, const Component::FactoryArgs& args) { return device.newFan(args); });
-  return fan ? fan->handle() : nullptr;
+  using namespace Component::LogicalDevice;
+  static const AddTraces traces = {"newFan() failed", 0, false};
+  auto newFan = [](Component::DeviceBase& device, const Component::FactoryArgs& args) { return device.newFan(args); };
+  return handleOf(addLogicalDevice(fromObject(objectJson), traces, newFan));
 }

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "Components/HardwareDevice.h"
+#include "Components/LogicalDevice.h"
 #include "Ham/Ham.h"
 #include "KeldoUtil/Assert.h"
 
@@ -21,17 +22,17 @@ Gpio::Gpio() : gpio_{nullptr, &ops_, this} {}
 
 pl_status Gpio::bitSetCallback(pl_gpio* gpio) {
   pl_trace(4, "%s", "bitSetCallback");
-  return static_cast<Gpio*>(gpio->owner)->bitSet();
+  return ownerOf<Gpio>(gpio)->bitSet();
 }
 
 pl_status Gpio::bitClearCallback(pl_gpio* gpio) {
   pl_trace(4, "%s", "bitClearCallback");
-  return static_cast<Gpio*>(gpio->owner)->bitClear();
+  return ownerOf<Gpio>(gpio)->bitClear();
 }
 
 pl_status Gpio::bitReadCallback(pl_gpio* gpio, unsigned int* value) {
   pl_trace(4, "%s", "bitReadCallback");
-  return static_cast<Gpio*>(gpio->owner)->bitRead(value);
+  return ownerOf<Gpio>(gpio)->bitRead(value);
 }
 
 namespace {
@@ -72,41 +73,34 @@ pl_status RegGpio::bitRead(unsigned int* value) {
   return PL_STATUS_OK;
 }
 
-pl_status RegGpio::bitSet() {
-  uint8_t current = 0;
-  if (!writeOnly_) {
-    pl_status status = readRegister(&current);
-    if (status != PL_STATUS_OK) {
-      return status;
-    }
-  }
-  return writeRegister(static_cast<uint8_t>(current | mask()));
-}
+pl_status RegGpio::bitSet() { return writeBit(true); }
+pl_status RegGpio::bitClear() { return writeBit(false); }
 
-pl_status RegGpio::bitClear() {
-  uint8_t current = 0xFF;
+// Normally the register is read and written back with only this bit
+// changed. A write-only register is not read: setting writes only the bit,
+// clearing writes all ones but the bit.
+pl_status RegGpio::writeBit(bool on) {
+  uint8_t current = on ? 0x00 : 0xFF;
   if (!writeOnly_) {
     pl_status status = readRegister(&current);
     if (status != PL_STATUS_OK) {
       return status;
     }
   }
-  return writeRegister(static_cast<uint8_t>(current & ~mask()));
+  return writeRegister(static_cast<uint8_t>(on ? (current | mask()) : (current & ~mask())));
 }
 
 }  // namespace LogicalDevice
 }  // namespace Component
 
-using Component::LogicalDevice::Gpio;
-
-// A device that is not a hardware device (a multi-device) has no GPIOs; the
-// failure is left to the host to report.
+// Only hardware devices have register GPIOs; the host gets a null handle for
+// any other device (a multi-device) and, unlike the other kinds, no trace.
 pl_gpio* pl_gpio_add(const char* objectJson) {
-  Drivers::DriverArgs args;
-  auto* device = dynamic_cast<Component::HardwareDevice*>(Component::DeviceBase::create(objectJson, args));
-  if (device == nullptr) {
-    return nullptr;
-  }
-  Gpio* gpio = device->newGpio(args);
-  return gpio ? gpio->handle() : nullptr;
+  using namespace Component::LogicalDevice;
+  static const AddTraces traces = {nullptr, 0, true};
+  auto newGpio = [](Component::DeviceBase& device, const Component::FactoryArgs& args) -> Gpio* {
+    auto* hardware = dynamic_cast<Component::HardwareDevice*>(&device);
+    return hardware != nullptr ? hardware->newGpio(args) : nullptr;
+  };
+  return handleOf(addLogicalDevice(fromObject(objectJson), traces, newGpio));
 }

@@ -17,7 +17,8 @@ class Gpio {
   Gpio(const Gpio&) = delete;
   Gpio& operator=(const Gpio&) = delete;
 
-  // The slot order is part of the design.
+  // The virtual-table layout that the host and drivers built apart from this
+  // library are compiled against: keep the order, add only at the end.
   virtual ~Gpio() = default;
   virtual pl_status bitClear() = 0;
   virtual pl_status bitSet() = 0;
@@ -49,7 +50,6 @@ class RegGpio : public Gpio {
   // self-clearing lines): the register is not read first, setting writes only
   // the bit and clearing writes all ones except the bit.
   void writeOnlyIs(bool writeOnly) { writeOnly_ = writeOnly; }
-  bool writeOnly() const { return writeOnly_; }
   int reg() const { return register_; }
   int bit() const { return bit_; }
 
@@ -57,6 +57,7 @@ class RegGpio : public Gpio {
   uint32_t mask() const;
   pl_status readRegister(uint8_t* value);
   pl_status writeRegister(uint8_t value);
+  pl_status writeBit(bool on);
 
   HardwareDevice* device_;  // not owned
   bool writeOnly_ = false;

@@ -92,8 +92,7 @@ std::string simulationObjectName(const Drivers::DriverArgs& args) {
     return std::string();
   }
   rapidjson::Document object;
-  object.Parse(args.json.c_str());
-  if (object.HasParseError() || !object.IsObject() || !object.HasMember("name")) {
+  if (!Utils::parseJson(object, args.json.c_str()) || !object.IsObject() || !object.HasMember("name")) {
     return std::string();
   }
   return object["name"].GetString();

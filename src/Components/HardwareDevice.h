@@ -33,8 +33,11 @@ class Gpio;
 
 class DeviceBase {
  public:
-  // The slot order is part of the design. Every factory operation's default
-  // throws NotImplementedException with the operation's name.
+  // This order is the virtual-table layout that the host and drivers built
+  // apart from this library are compiled against: reordering, or a new slot
+  // anywhere but at the end, breaks them without a compile error. Every
+  // factory operation's default throws NotImplementedException with the
+  // operation's name.
   virtual void init();
   virtual void* newPoePort(const FactoryArgs& args);
   virtual LogicalDevice::TempSensor* newTempSensor(const FactoryArgs& args);

@@ -79,14 +79,11 @@ void Led::handleBlinkTimerCallback(void*) {
 }  // namespace LogicalDevice
 }  // namespace Component
 
-using Component::LogicalDevice::AddTraces;
-using Component::LogicalDevice::Led;
-
 extern "C" pl_led* pl_led_add(const char* objectJson) {
+  using namespace Component::LogicalDevice;
   static const AddTraces traces = {"newLed() failed", 0, false};
-  Led* led = Component::LogicalDevice::addLogicalDevice(
-      objectJson, traces,
-      [](Component::DeviceBase& device, const Component::FactoryArgs& args) { return device.newLed(args); });
+  auto newLed = [](Component::DeviceBase& device, const Component::FactoryArgs& args) { return device.newLed(args); };
+  Led* led = addLogicalDevice(fromObject(objectJson), traces, newLed);
   if (led == nullptr) {
     return nullptr;
   }

@@ -3,15 +3,14 @@
 namespace Component {
 namespace LogicalDevice {
 
-DeviceBase* deviceForAdd(DeviceBase* device, const AddTraces& traces) {
-  if (device == nullptr && !traces.silent) {
+void traceCreateFailed(const AddTraces& traces) {
+  if (!traces.silent) {
     pl_trace(traces.level, "DeviceBase::create() failed");
   }
-  return device;
 }
 
 void traceFactoryFailed(const AddTraces& traces) {
-  if (!traces.silent) {
+  if (!traces.silent && traces.factoryFailed != nullptr) {
     pl_trace(traces.level, "%s", traces.factoryFailed);
   }
 }

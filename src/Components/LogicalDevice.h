@@ -1,5 +1,5 @@
 #pragma once
-// The add sequence that every host object kind follows (create or reuse the
+// The add sequence that every host object kind follows (find or create the
 // device, ask it for the logical device, hand the host the C object embedded
 // in it), and the way back from a C object to its logical device.
 #include <utility>
@@ -13,35 +13,41 @@ namespace LogicalDevice {
 // What an add entry point says when it gives the host a null handle. Kinds
 // differ only in the factory's name, the level, and whether they speak at all.
 struct AddTraces {
-  const char* factoryFailed;  // e.g. "newLed() failed"
+  const char* factoryFailed;  // e.g. "newLed() failed"; null: the factory step says it itself
   int level;                  // level of both failure traces
   bool silent;                // true: fail without any trace of our own
 };
 
-// Passes `device` through; a null one is reported as a failed creation.
-DeviceBase* deviceForAdd(DeviceBase* device, const AddTraces& traces);
+void traceCreateFailed(const AddTraces& traces);
 void traceFactoryFailed(const AddTraces& traces);
 
-// Passes the factory's result through; a null one is reported.
-template <typename Logical>
-Logical* madeForAdd(Logical* made, const AddTraces& traces) {
+// The device named by the object JSON the host passed, created or reused.
+inline auto fromObject(const char* objectJson) {
+  return [objectJson](Drivers::DriverArgs& args) { return DeviceBase::create(objectJson, args); };
+}
+
+// Finds the device with `device(args)` (which fills `args`) and builds the
+// logical device with `factory(device, args)`. Null when either step fails.
+template <typename DeviceSource, typename Factory>
+auto addLogicalDevice(DeviceSource device, const AddTraces& traces, Factory factory)
+    -> decltype(factory(std::declval<DeviceBase&>(), std::declval<const FactoryArgs&>())) {
+  Drivers::DriverArgs args;
+  DeviceBase* found = device(args);
+  if (found == nullptr) {
+    traceCreateFailed(traces);
+    return nullptr;
+  }
+  auto made = factory(*found, args);
   if (made == nullptr) {
     traceFactoryFailed(traces);
   }
   return made;
 }
 
-// Create or reuse the device named by the object JSON and build the logical
-// device with `factory(device, args)`. Null when either step fails.
-template <typename Factory>
-auto addLogicalDevice(const char* objectJson, const AddTraces& traces, Factory factory)
-    -> decltype(factory(std::declval<DeviceBase&>(), std::declval<const FactoryArgs&>())) {
-  Drivers::DriverArgs args;
-  DeviceBase* device = deviceForAdd(DeviceBase::create(objectJson, args), traces);
-  if (device == nullptr) {
-    return nullptr;
-  }
-  return madeForAdd(factory(*device, args), traces);
+// The host's handle of a logical device, or null.
+template <typename Logical>
+auto handleOf(Logical* logical) -> decltype(logical->handle()) {
+  return logical != nullptr ? logical->handle() : nullptr;
 }
 
 // The owner member of an embedded C object is the logical device itself.

@@ -18,9 +18,8 @@ pl_status Slot::getPresenceCallback(pl_slot* slot, char** description) {
 }  // namespace Component
 
 extern "C" pl_slot* pl_slot_add(const char* objectJson) {
-  static const Component::LogicalDevice::AddTraces traces = {"newSlot() failed", 0, false};
-  auto* slot = Component::LogicalDevice::addLogicalDevice(
-      objectJson, traces,
-      [](Component::DeviceBase& device, const Component::FactoryArgs& args) { return device.newSlot(args); });
-  return slot ? slot->handle() : nullptr;
+  using namespace Component::LogicalDevice;
+  static const AddTraces traces = {"newSlot() failed", 0, false};
+  auto newSlot = [](Component::DeviceBase& device, const Component::FactoryArgs& args) { return device.newSlot(args); };
+  return handleOf(addLogicalDevice(fromObject(objectJson), traces, newSlot));
 }

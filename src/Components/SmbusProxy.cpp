@@ -91,9 +91,9 @@ pl_status SmbusProxy::blockProcessCallCallback(pl_smbus* smbus, uint8_t command,
 namespace {
 
 using Component::DeviceBase;
-using Component::LogicalDevice::AddTraces;
+using Component::FactoryArgs;
 
-const AddTraces kSmbusTraces = {"newSmbusProxy() failed", 0, false};
+const Component::LogicalDevice::AddTraces kSmbusTraces = {"newSmbusProxy() failed", 0, false};
 
 // A bus name stands for the device at `address` on that bus, which the board
 // description labels "<bus><0x<address in two or more lower-case hex digits>>".
@@ -103,42 +103,31 @@ std::string deviceLabel(const char* bus, uint8_t address) {
   return std::string(bus) + suffix;
 }
 
-// Whatever driver the board description gives the device, the host asked for
-// raw access, so the proxy driver serves it. The change stays in the topology,
-// and `args` receives the copy that creates the device.
-DeviceBase* deviceOnBus(const char* bus, uint8_t address, Drivers::DriverArgs& args, bool& found) {
-  Topology::Device* topoDev = Topology::getDeviceByLabel(deviceLabel(bus, address).c_str());
-  found = topoDev != nullptr;
-  if (!found) {
+}  // namespace
+
+// The host names either an object, like every other kind, or a bus and an
+// address. For a bus the device is the topology's entry at that address, and
+// an address with no entry fails before the shared sequence: there is no
+// device to create. Whatever driver the board description gives the entry,
+// the host asked for raw access, so the proxy driver serves it; the change
+// stays in the topology, and the device is created from a copy.
+extern "C" pl_smbus* pl_smbus_add(const char* objectOrBus, uint8_t address) {
+  using namespace Component::LogicalDevice;
+  pl_trace(7, "pl_smbus_add( '%s', %u )", objectOrBus, static_cast<unsigned int>(address));
+  auto newSmbusProxy = [](DeviceBase& device, const FactoryArgs& args) { return device.newSmbusProxy(args); };
+  if (Topology::isDeviceObject(objectOrBus)) {
+    return handleOf(addLogicalDevice(fromObject(objectOrBus), kSmbusTraces, newSmbusProxy));
+  }
+  Topology::Device* topoDev = Topology::getDeviceByLabel(deviceLabel(objectOrBus, address).c_str());
+  if (topoDev == nullptr) {
     pl_trace(0, "smbus_add failed: device does not exist in topology");
     return nullptr;
   }
   KELDO_ASSERT(topoDev->args);
   topoDev->args->driver = "SmbusProxyDriver";
-  args = *topoDev->args;
-  return Component::HardwareDevice::create(args, nullptr);
-}
-
-}  // namespace
-
-extern "C" pl_smbus* pl_smbus_add(const char* objectOrBus, uint8_t address) {
-  pl_trace(7, "pl_smbus_add( '%s', %u )", objectOrBus, static_cast<unsigned int>(address));
-  Drivers::DriverArgs args;
-  DeviceBase* device = nullptr;
-  if (Topology::isDeviceObject(objectOrBus)) {
-    device = DeviceBase::create(objectOrBus, args);
-  } else {
-    bool found = false;
-    device = deviceOnBus(objectOrBus, address, args, found);
-    if (!found) {
-      return nullptr;
-    }
-  }
-  using Component::LogicalDevice::deviceForAdd;
-  using Component::LogicalDevice::madeForAdd;
-  if (deviceForAdd(device, kSmbusTraces) == nullptr) {
-    return nullptr;
-  }
-  auto* proxy = madeForAdd(device->newSmbusProxy(args), kSmbusTraces);
-  return proxy ? proxy->handle() : nullptr;
+  auto fromTopology = [topoDev](Drivers::DriverArgs& args) {
+    args = *topoDev->args;
+    return Component::HardwareDevice::create(args, nullptr);
+  };
+  return handleOf(addLogicalDevice(fromTopology, kSmbusTraces, newSmbusProxy));
 }

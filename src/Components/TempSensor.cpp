@@ -23,12 +23,13 @@ pl_status TempSensor::getTemperatureCallback(pl_temp_sensor* sensor, float* cels
 
 extern "C" pl_temp_sensor* pl_temp_sensor_add(const char* objectJson, float alertThreshold,
                                               float criticalThreshold) {
+  using namespace Component::LogicalDevice;
   // A failed add stays quiet here; the device layer has already said why.
-  static const Component::LogicalDevice::AddTraces traces = {"newTempSensor() failed", 0, true};
-  auto* sensor = Component::LogicalDevice::addLogicalDevice(
-      objectJson, traces, [](Component::DeviceBase& device, const Component::FactoryArgs& args) {
-        return device.newTempSensor(args);
-      });
+  static const AddTraces traces = {"newTempSensor() failed", 0, true};
+  auto newTempSensor = [](Component::DeviceBase& device, const Component::FactoryArgs& args) {
+    return device.newTempSensor(args);
+  };
+  TempSensor* sensor = addLogicalDevice(fromObject(objectJson), traces, newTempSensor);
   if (sensor == nullptr) {
     return nullptr;
   }

@@ -109,9 +109,11 @@ namespace {
 
 using Component::LogicalDevice::AddTraces;
 
-const AddTraces kXcvrCreate = {nullptr, 0, false};
 const AddTraces kQsfpFactory = {"newQsfpXcvr() failed", 0, false};
 const AddTraces kSfpFactory = {"newSfpXcvr() failed", 0, false};
+// The family is known only once the device's arguments are read, so the
+// factory step reports its own failure with the family's factory name.
+const AddTraces kXcvr = {nullptr, 0, false};
 
 // A missing key or an unknown type is a fault of the board description.
 const std::string& requiredArg(const Drivers::DriverArgs& args, const char* key, const char* missing) {
@@ -136,26 +138,28 @@ bool isQsfpType(const std::string& type) {
   return false;
 }
 
+template <typename Xcvr>
+pl_xcvr* madeXcvr(Xcvr* xcvr, const AddTraces& traces) {
+  if (xcvr == nullptr) {
+    Component::LogicalDevice::traceFactoryFailed(traces);
+  }
+  return Component::LogicalDevice::handleOf(xcvr);
+}
+
+// Leading decimal digits count and the rest is ignored ("12abc" is port 12);
+// text without them throws. The drivers check the range of the one-based id.
+pl_xcvr* newXcvr(Component::DeviceBase& device, const Component::FactoryArgs& args) {
+  const unsigned int id = static_cast<unsigned int>(
+      std::stoi(requiredArg(args, "id", "No id argument given for Xcvr"), nullptr, 10));
+  if (isQsfpType(requiredArg(args, "type", "No type argument given for Xcvr"))) {
+    return madeXcvr(device.newQsfpXcvr(id, args), kQsfpFactory);
+  }
+  return madeXcvr(device.newSfpXcvr(id, args), kSfpFactory);
+}
+
 }  // namespace
 
 extern "C" pl_xcvr* pl_xcvr_add(const char* objectJson) {
-  Drivers::DriverArgs args;
-  Component::DeviceBase* device =
-      Component::LogicalDevice::deviceForAdd(Component::DeviceBase::create(objectJson, args), kXcvrCreate);
-  if (device == nullptr) {
-    return nullptr;
-  }
-  // Leading decimal digits count and the rest is ignored ("12abc" is port 12);
-  // text without them throws. The drivers check the range of the one-based id.
-  const unsigned int id = static_cast<unsigned int>(
-      std::stoi(requiredArg(args, "id", "No id argument given for Xcvr"), nullptr, 10));
-  const bool qsfp = isQsfpType(requiredArg(args, "type", "No type argument given for Xcvr"));
-
-  using Component::LogicalDevice::madeForAdd;
-  if (qsfp) {
-    auto* xcvr = madeForAdd(device->newQsfpXcvr(id, args), kQsfpFactory);
-    return xcvr ? xcvr->handle() : nullptr;
-  }
-  auto* xcvr = madeForAdd(device->newSfpXcvr(id, args), kSfpFactory);
-  return xcvr ? xcvr->handle() : nullptr;
+  using namespace Component::LogicalDevice;
+  return addLogicalDevice(fromObject(objectJson), kXcvr, newXcvr);
 }

@@ -23,7 +23,6 @@ class SfpXcvr {
 
   pl_xcvr* handle() { return &xcvr_; }
   unsigned int index() const { return index_; }
-  void indexIs(unsigned int index) { index_ = index; }
 
   static pl_status getPresenceCallback(pl_xcvr* xcvr);
   static pl_status getTxFaultCallback(pl_xcvr* xcvr, int* value);
@@ -56,7 +55,6 @@ class QsfpXcvr {
 
   pl_xcvr* handle() { return &xcvr_; }
   unsigned int index() const { return index_; }
-  void indexIs(unsigned int index) { index_ = index; }
 
   static pl_status getPresenceCallback(pl_xcvr* xcvr);
   static pl_status getModSelCallback(pl_xcvr* xcvr, int* value);

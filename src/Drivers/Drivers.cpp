@@ -1,7 +1,5 @@
 #include "Drivers/Drivers.h"
 
-#include <sys/types.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <locale>
@@ -78,13 +76,11 @@ void DriverArgs::parseJSON(const rapidjson::Value& json) {
   }
 }
 
+// Nothing below walks the document level by level (a nested setting value
+// becomes the empty text), so an object of any depth is read.
 bool DriverArgs::parseJSON(const char* text) {
   rapidjson::Document document;
-  document.Parse(text);
-  if (document.HasParseError()) {
-    pl_trace(0, "failed to load device from json: %s offset %zd",
-             rapidjson::GetParseError_En(document.GetParseError()),
-             static_cast<ssize_t>(document.GetErrorOffset()));
+  if (!Utils::parseJson(document, text, 0, "failed to load device from json")) {
     return false;
   }
   parseJSON(static_cast<const rapidjson::Value&>(document));
@@ -94,13 +90,11 @@ bool DriverArgs::parseJSON(const char* text) {
   return true;
 }
 
+// The writer descends one call per level, so the text is refused beyond the
+// nesting that a host thread's stack takes without harm.
 bool insertDriverArg(const char* json, char** out, const char* key, const char* value) {
   rapidjson::Document document;
-  document.Parse(json);
-  if (document.HasParseError()) {
-    pl_trace(0, "failed to parse psu devArgs: %s offset %zd",
-             rapidjson::GetParseError_En(document.GetParseError()),
-             static_cast<ssize_t>(document.GetErrorOffset()));
+  if (!Utils::parseJson(document, json, 0, "failed to parse psu devArgs", Utils::kMaxJsonNesting)) {
     return false;
   }
   KELDO_ASSERT(document.HasMember( "driverArgs" ));

@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "AhamAddress.h"
 #include "KeldoUtil/Json.h"
-#include "Topology.h"
 
 namespace Drivers {
 

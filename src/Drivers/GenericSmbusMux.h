@@ -26,8 +26,6 @@ class GenericSmbusMux : public Component::HardwareDevice {
     unsigned int resetRequest(Ham::Ham* ham) override;
     pl_status executeMuxRequest() override;
 
-    uint32_t value() const { return value_; }
-
    private:
     GenericSmbusMux* device_;
     uint32_t value_;

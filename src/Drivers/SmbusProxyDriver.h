@@ -33,8 +33,6 @@ class SmbusProxyDriver : public Component::HardwareDevice {
     pl_status i2cBlockWrite(uint8_t command, const uint8_t* data, unsigned int length) override;
     pl_status processCall(uint8_t command, uint16_t value, uint16_t* result) override;
 
-    uint32_t readDelayUs() const { return readDelayUs_; }
-    uint32_t writeDelayUs() const { return writeDelayUs_; }
 
    private:
     template <typename Call>

@@ -178,102 +178,25 @@ Ham* createHam(const Drivers::DriverArgs& driverArgs) {
   return ham;
 }
 
-// The walk is post-order and unwinds through every ancestor of the hit,
-// innermost first. Each access-capable ancestor overwrites hamName on the way
-// up, so the outermost one names the access method. Answers given after the
-// hit no longer change the walk; they only keep it stopping.
+// Every line names the node on the path, innermost first.
+void SearchVisitor::onPath(const Topology::Component* node) { pl_trace(2, "Component %u found in tree", node->uid); }
 
-bool SearchVisitor::visit(const Topology::Topology*) { return true; }
-
-bool SearchVisitor::visit(const Topology::Component* node) {
-  if (found || node->uid != componentUid) {
-    return true;
-  }
-  pl_trace(2, "Component %u found in tree", node->uid);
-  found = true;
-  return false;
-}
-
-bool SearchVisitor::visit(const Topology::Device* node) {
-  if (!found) {
-    if (componentUid != Drivers::DriverArgs::NO_COMPONENT || node->did != deviceUid) {
-      return true;
-    }
-    found = true;
-  }
+void SearchVisitor::onPath(const Topology::Device* node) {
   pl_trace(2, "Device %u contain the component", node->did);
   device = node;
-  return false;
 }
 
-bool SearchVisitor::visit(const Topology::Mux* node) {
-  if (!found) {
-    return true;
-  }
-  pl_trace(2, "Mux using device %d", static_cast<int>(node->did));
-  return false;
-}
+void SearchVisitor::onPath(const Topology::Mux* node) { pl_trace(2, "Mux using device %d", static_cast<int>(node->did)); }
+void SearchVisitor::onPath(const Topology::Bus* node) { pl_trace(2, "BusId %u", node->id); }
+void SearchVisitor::onPath(const Topology::Accelerator* node) { pl_trace(2, "AccelId %u", node->id); }
 
-bool SearchVisitor::visit(const Topology::Bus* node) {
-  if (found) {
-    pl_trace(2, "BusId %u", node->id);
-  }
-  return true;
+void SearchVisitor::onPath(const Topology::SCD* node) {
+  medium(*node, "SCD %u %08X", static_cast<uint32_t>(node->accelerators.size()), node->pci);
 }
-
-bool SearchVisitor::visit(const Topology::Accelerator* node) {
-  if (found) {
-    pl_trace(2, "AccelId %u", node->id);
-  }
-  return true;
-}
-
-bool SearchVisitor::visit(const Topology::SCD* node) {
-  if (found) {
-    hamName = node->ham;
-    pl_trace(2, "SCD %u %08X", static_cast<uint32_t>(node->accelerators.size()), node->pci);
-  }
-  return true;
-}
-
-bool SearchVisitor::visit(const Topology::I2C* node) {
-  if (found) {
-    hamName = node->ham;
-    pl_trace(2, "I2C bus %u", node->id);
-  }
-  return true;
-}
-
-bool SearchVisitor::visit(const Topology::IOPort* node) {
-  if (found) {
-    hamName = node->ham;
-    pl_trace(2, "IOPort");
-  }
-  return true;
-}
-
-bool SearchVisitor::visit(const Topology::Celestica* node) {
-  if (found) {
-    hamName = node->ham;
-    pl_trace(2, "Celestica");
-  }
-  return true;
-}
-
-bool SearchVisitor::visit(const Topology::PLM* node) {
-  if (found) {
-    hamName = node->ham;
-    pl_trace(2, "PLM");
-  }
-  return true;
-}
-
-bool SearchVisitor::visit(const Topology::SccSpi* node) {
-  if (found) {
-    hamName = node->ham;
-    pl_trace(2, "SccSpi");
-  }
-  return true;
-}
+void SearchVisitor::onPath(const Topology::I2C* node) { medium(*node, "I2C bus %u", node->id); }
+void SearchVisitor::onPath(const Topology::IOPort* node) { medium(*node, "%s", "IOPort"); }
+void SearchVisitor::onPath(const Topology::Celestica* node) { medium(*node, "%s", "Celestica"); }
+void SearchVisitor::onPath(const Topology::PLM* node) { medium(*node, "%s", "PLM"); }
+void SearchVisitor::onPath(const Topology::SccSpi* node) { medium(*node, "%s", "SccSpi"); }
 
 }  // namespace Ham

@@ -23,7 +23,9 @@ class Ham {
   uint32_t retryCount = 0;
   bool retryCountSet = false;
 
-  // The slot order below is part of the design: access methods override by slot.
+  // The virtual-table layout that the host, access methods and drivers built
+  // apart from this library are compiled against: keep the order, add only at
+  // the end.
   virtual void init();                                                             // 1
   virtual void prepare() = 0;                                                      // 2
   virtual pl_status execute() = 0;                                                 // 3
@@ -79,29 +81,34 @@ class Ham {
 // names ("SimHam" in simulation). Null with a trace on failure.
 Ham* createHam(const Drivers::DriverArgs& driverArgs);
 
-class SearchVisitor : public Topology::TopologyVisitor {
+// The component or device of a driver's arguments, and the access method
+// named by its outermost access-capable ancestor: on the way up, every
+// medium that has one overwrites `hamName`, so the outermost one wins.
+class SearchVisitor : public Topology::PathVisitor {
  public:
-  SearchVisitor(uint32_t componentUid, uint32_t deviceUid)
-      : componentUid(componentUid), deviceUid(deviceUid) {}
+  SearchVisitor(uint32_t componentUid, uint32_t deviceUid) : PathVisitor(componentUid, deviceUid) {}
 
-  bool visit(const Topology::Component* node) override;
-  bool visit(const Topology::Device* node) override;
-  bool visit(const Topology::Mux* node) override;
-  bool visit(const Topology::Bus* node) override;
-  bool visit(const Topology::Accelerator* node) override;
-  bool visit(const Topology::SCD* node) override;
-  bool visit(const Topology::I2C* node) override;
-  bool visit(const Topology::IOPort* node) override;
-  bool visit(const Topology::Celestica* node) override;
-  bool visit(const Topology::PLM* node) override;
-  bool visit(const Topology::SccSpi* node) override;
-  bool visit(const Topology::Topology* node) override;
-
-  uint32_t componentUid;  // 0xFFFFFFFF: search the device itself
-  uint32_t deviceUid;
-  bool found = false;
   const Topology::Device* device = nullptr;
   std::string hamName;
+
+ private:
+  void onPath(const Topology::Component* node) override;
+  void onPath(const Topology::Device* node) override;
+  void onPath(const Topology::Mux* node) override;
+  void onPath(const Topology::Bus* node) override;
+  void onPath(const Topology::Accelerator* node) override;
+  void onPath(const Topology::SCD* node) override;
+  void onPath(const Topology::I2C* node) override;
+  void onPath(const Topology::IOPort* node) override;
+  void onPath(const Topology::Celestica* node) override;
+  void onPath(const Topology::PLM* node) override;
+  void onPath(const Topology::SccSpi* node) override;
+  // An access-capable medium: its access method, and its line.
+  template <typename... Values>
+  void medium(const Topology::MediumNode& node, const char* format, Values... values) {
+    hamName = node.ham;
+    pl_trace(2, format, values...);
+  }
 };
 
 }  // namespace Ham

@@ -285,53 +285,30 @@ KeldoSmbusHam* KeldoSmbusHam::createFromAddress(const Topology::AhamAddress& aha
 // below a multiplexer are its channel values), and the controller nearest
 // the root decides the master type.
 
-bool KeldoSmbusVisitor::visit(const Topology::Bus* node) {
-  if (!ham_) {
-    return true;
-  }
+void KeldoSmbusVisitor::onPath(const Topology::Bus* node) {
   ham_->address.setBus(node->id);
   channel_ = node->id;
-  return false;
 }
 
-bool KeldoSmbusVisitor::visit(const Topology::Accelerator* node) {
-  if (!ham_) {
-    return true;
-  }
-  ham_->address.setAccel(node->id);
-  return false;
+void KeldoSmbusVisitor::onPath(const Topology::Accelerator* node) { ham_->address.setAccel(node->id); }
+
+void KeldoSmbusVisitor::onPath(const Topology::SCD* node) {
+  ham_->pciAddress = node->pci;
+  controller(Smbus::SCD);
 }
 
-bool KeldoSmbusVisitor::controller(int masterType) {
-  if (!ham_) {
-    return true;
-  }
-  ham_->masterTypeIs(masterType);
-  return false;
+void KeldoSmbusVisitor::onPath(const Topology::I2C* node) {
+  controller(node->simulated ? Smbus::I2C_FLAGGED : Smbus::I2C);
 }
-
-bool KeldoSmbusVisitor::visit(const Topology::SCD* node) {
-  if (ham_) {
-    ham_->pciAddress = node->pci;
-  }
-  return controller(Smbus::SCD);
-}
-
-bool KeldoSmbusVisitor::visit(const Topology::I2C* node) {
-  return controller(node->simulated ? Smbus::I2C_FLAGGED : Smbus::I2C);
-}
-bool KeldoSmbusVisitor::visit(const Topology::IOPort*) { return controller(Smbus::IOPORT); }
-bool KeldoSmbusVisitor::visit(const Topology::Celestica*) { return controller(Smbus::CELESTICA); }
-bool KeldoSmbusVisitor::visit(const Topology::PLM*) { return controller(Smbus::PLM); }
-bool KeldoSmbusVisitor::visit(const Topology::SccSpi*) { return controller(Smbus::SCCSPI); }
+void KeldoSmbusVisitor::onPath(const Topology::IOPort*) { controller(Smbus::IOPORT); }
+void KeldoSmbusVisitor::onPath(const Topology::Celestica*) { controller(Smbus::CELESTICA); }
+void KeldoSmbusVisitor::onPath(const Topology::PLM*) { controller(Smbus::PLM); }
+void KeldoSmbusVisitor::onPath(const Topology::SccSpi*) { controller(Smbus::SCCSPI); }
 
 // A multiplexer on the path: its chip is a device of the topology, created
 // (or reused) like any other device, and asked for the channel of the bus
 // just passed. Inserting at the front leaves the chain outermost first.
-bool KeldoSmbusVisitor::visit(const Topology::Mux* node) {
-  if (!ham_) {
-    return true;
-  }
+void KeldoSmbusVisitor::onPath(const Topology::Mux* node) {
   pl_trace(3, "Mux using device %u with value %u", node->did, channel_);
   const Topology::Device* topoDev = Topology::findDevice(node->did);
   if (topoDev == nullptr || !topoDev->args) {
@@ -345,40 +322,26 @@ bool KeldoSmbusVisitor::visit(const Topology::Mux* node) {
   Mux* mux = muxDevice->newMux(driverArgs, channel_);
   KELDO_ASSERT(mux);
   ham_->muxes.insert(ham_->muxes.begin(), mux);
-  return false;
 }
 
-bool KeldoSmbusDriverVisitor::visit(const Topology::Component* node) {
-  if (componentFound_ || node->uid != driverArgs_.uid) {
-    return !componentFound_;
-  }
-  componentFound_ = true;
-  return false;
-}
+KeldoSmbusDriverVisitor::KeldoSmbusDriverVisitor(const Drivers::DriverArgs& driverArgs)
+    : KeldoSmbusVisitor(driverArgs.uid, driverArgs.did), driverArgs_(driverArgs) {}
 
 // The device is where the access method is built: on the way up from its
 // component, or as the target itself when no component is named.
-bool KeldoSmbusDriverVisitor::visit(const Topology::Device* node) {
-  if (ham_) {
-    return false;
-  }
-  const bool isTarget = driverArgs_.uid == Drivers::DriverArgs::NO_COMPONENT && node->did == driverArgs_.did;
-  if (!componentFound_ && !isTarget) {
-    return true;
-  }
+void KeldoSmbusDriverVisitor::onPath(const Topology::Device*) {
   ham_ = std::make_unique<KeldoSmbusHam>();
   ham_->address = driverArgs_.address;
   ham_->address.setAddrSize(1);
-  return false;
 }
 
-bool KeldoSmbusBusIdVisitor::visit(const Topology::Bus* node) {
-  if (!ham_ && node == bus_) {
+void KeldoSmbusBusIdVisitor::onPath(const Topology::Bus* node) {
+  if (!ham_) {
     ham_ = std::make_unique<KeldoSmbusHam>();
     ham_->address.word0 = 0;
     ham_->address.word1 = (address_ & 0x7Fu) | kAddrSizeOne;
   }
-  return KeldoSmbusVisitor::visit(node);
+  KeldoSmbusVisitor::onPath(node);
 }
 
 }  // namespace Ham

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "AhamAddress.h"
 #include "Ham/Ham.h"
 #include "KeldoUtil/Smbus.pb.h"
 #include "Topology.h"
@@ -93,56 +94,57 @@ class KeldoSmbusHam : public Ham {
   pl_status checkAnswerWidths() const;
 };
 
-// Resolution of a device's path through the topology. The walk reaches the
-// target first and then each of its ancestors once, innermost first; every
-// ancestor adds what it knows about the path to the access method being built.
-class KeldoSmbusVisitor : public Topology::TopologyVisitor {
+// Resolution of a device's path through the topology: the access method is
+// built at the target, and every ancestor, innermost first, adds what it
+// knows about the path to it.
+class KeldoSmbusVisitor : public Topology::PathVisitor {
  public:
-  bool visit(const Topology::Mux* node) override;
-  bool visit(const Topology::Bus* node) override;
-  bool visit(const Topology::Accelerator* node) override;
-  bool visit(const Topology::SCD* node) override;
-  bool visit(const Topology::I2C* node) override;
-  bool visit(const Topology::IOPort* node) override;
-  bool visit(const Topology::Celestica* node) override;
-  bool visit(const Topology::PLM* node) override;
-  bool visit(const Topology::SccSpi* node) override;
+  using PathVisitor::PathVisitor;
 
   // The access method built at the target, null until then. The caller takes it.
   std::unique_ptr<KeldoSmbusHam> ham_;
 
  protected:
   ~KeldoSmbusVisitor() = default;
+  void onPath(const Topology::Mux* node) override;
+  void onPath(const Topology::Bus* node) override;
+  void onPath(const Topology::Accelerator* node) override;
+  void onPath(const Topology::SCD* node) override;
+  void onPath(const Topology::I2C* node) override;
+  void onPath(const Topology::IOPort* node) override;
+  void onPath(const Topology::Celestica* node) override;
+  void onPath(const Topology::PLM* node) override;
+  void onPath(const Topology::SccSpi* node) override;
   // A controller node above the device: the outermost one visited decides.
-  bool controller(int masterType);
+  void controller(int masterType) { ham_->masterTypeIs(masterType); }
 
   // Id of the last bus passed on the way up: the channel of the multiplexer
   // above it.
   uint32_t channel_ = 0;
 };
 
-// Target: the component of `driverArgs`, or its device when it names no component.
+// Target: the component of `driverArgs`, or its device when it names no
+// component. The access method is built at that device.
 class KeldoSmbusDriverVisitor : public KeldoSmbusVisitor {
  public:
-  explicit KeldoSmbusDriverVisitor(const Drivers::DriverArgs& driverArgs) : driverArgs_(driverArgs) {}
-  bool visit(const Topology::Component* node) override;
-  bool visit(const Topology::Device* node) override;
-  using KeldoSmbusVisitor::visit;
+  explicit KeldoSmbusDriverVisitor(const Drivers::DriverArgs& driverArgs);
 
  private:
+  void onPath(const Topology::Device* node) override;
+  using KeldoSmbusVisitor::onPath;
+
   const Drivers::DriverArgs& driverArgs_;
-  bool componentFound_ = false;
 };
 
 // Target: one bus node; the device is the given address on it.
 class KeldoSmbusBusIdVisitor : public KeldoSmbusVisitor {
  public:
-  KeldoSmbusBusIdVisitor(const Topology::Bus* bus, uint8_t address) : bus_(bus), address_(address) {}
-  bool visit(const Topology::Bus* node) override;
-  using KeldoSmbusVisitor::visit;
+  KeldoSmbusBusIdVisitor(const Topology::Bus* bus, uint8_t address) : KeldoSmbusVisitor(bus), address_(address) {}
 
  private:
-  const Topology::Bus* bus_;
+  void onPath(const Topology::Bus* node) override;
+  using KeldoSmbusVisitor::onPath;
+
   uint8_t address_;
 };
 

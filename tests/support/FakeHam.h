@@ -82,10 +82,6 @@ class FakeHam : public Ham::Ham {
 
   Calls callsOf(std::initializer_list<Op> ops) const;
   Calls writes() const;  // sendByte included
-  void clearRecord() {
-    calls.clear();
-    fetches.clear();
-  }
 
   void init() override { calls.push_back({Op::Init}); }
   void prepare() override;

@@ -1,5 +1,6 @@
 #include "FakeHost.h"
 
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -28,6 +29,12 @@ bool echo() {
   static const bool on = std::getenv("KELDO_TEST_TRACE") != nullptr;
   return on;
 }
+
+// A death-test child prints its traces when it aborts, so a pattern can demand
+// what was traced before the assertion stopped it.
+[[maybe_unused]] const auto echoTracesOnAbort = signal(SIGABRT, [](int) {
+  for (const auto& t : state().traces) std::fprintf(stderr, "[trace %d] %s\n", t.level, t.text.c_str());
+});
 
 }  // namespace
 
@@ -68,7 +75,6 @@ int traceLevel(const std::string& text) {
 }
 
 Timer& timer(pl_timer_handle handle) { return state().timers.at(handle); }
-size_t timerCount() { return state().timers.size(); }
 const std::vector<TimerSet>& timerSets() { return state().timerSets; }
 
 void fire(pl_timer_handle handle) {

@@ -43,7 +43,6 @@ int traceLevel(const std::string& text);
 
 // Timers. pl_timer_add hands out 1, 2, 3 ... unless nextTimerAddResult is set.
 Timer& timer(pl_timer_handle handle);
-size_t timerCount();
 const std::vector<TimerSet>& timerSets();  // every pl_timer_set call, in order
 // Runs the timer's callback as the host would when it expires (disarming it first).
 void fire(pl_timer_handle handle);

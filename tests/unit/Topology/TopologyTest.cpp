@@ -6,6 +6,7 @@
 
 #include "Drivers/Drivers.h"
 #include "FakeHost.h"
+#include "SmallStack.h"
 #include "TempDir.h"
 #include "Topology.h"
 
@@ -15,16 +16,7 @@ namespace {
 
 // Accelerators and mux channels are listed out of id order on purpose: the
 // walk takes them in ascending id.
-const char* const kWalkJson = R"([
-  {"type":"SCD","ham":"h","pci":1,"accelerators":[
-    {"id":2,"busses":[{"id":5,"devices":[{"did":20}]}]},
-    {"id":1,"busses":[{"id":4,
-      "devices":[{"did":10,"components":[{"uid":100},{"uid":101}]},{"did":11}],
-      "muxes":[{"did":12,"busses":[{"id":7},{"id":6,"devices":[{"did":13}]}]}]}]}]},
-  {"type":"I2C","ham":"h","id":9,"devices":[{"did":30}]},
-  {"type":"IOPort","ham":"h","id":8}, {"type":"PLM","ham":"h","id":7}, {"type":"SccSpi","ham":"h","id":6},
-  {"type":"Celestica","ham":"h"}, {"type":"LinuxFs","ham":"h","devices":[{"did":40}]}
-])";
+const std::string kWalkJson = readFile(KELDO_SOURCE_DIR "/tests/unit/Topology/walk.json");
 
 // Records every visit as a short token and answers false at one token.
 class Recorder : public TopologyVisitor {
@@ -54,7 +46,7 @@ class Recorder : public TopologyVisitor {
 };
 
 TEST(TopologyWalk, StopVisitsEveryAncestorButNoLaterSibling) {
-  ASSERT_EQ(PL_STATUS_OK, loadTopology(kWalkJson));
+  ASSERT_EQ(PL_STATUS_OK, loadTopology(kWalkJson.c_str()));
   const std::string scd = "C100 C101 D10 D11 D13 B6 B7 M12 B4 A1 D20 B5 A2 SCD";
   const struct {
     const char* stopAt;
@@ -91,6 +83,31 @@ TEST(TopologyLoad, SameTextIsReusedBadTextRefusedAnyOtherTextRebuilt) {
                                       "topology is the same as the previously loaded one (using it)",
                                       "loading topology json"}));
   EXPECT_EQ(text + " ", _topology_json);
+}
+
+// The tree is built, walked and destroyed one call per level, so a text
+// nested deeper than 64 levels is refused like one that does not parse and
+// the loaded tree stays. The text itself is read without recursion: 100,000
+// levels (a chain of 25,000 multiplexers) on a 1 MiB stack.
+TEST(TopologyLoad, NestingDeeperThanSixtyFourLevelsIsRefused) {
+  auto nested = [](size_t levels) {  // an ignored key of an I2C medium
+    return R"([{"type":"I2C","ham":"h","id":1,"x":)" + std::string(levels - 2, '[') + std::string(levels - 2, ']') + "}]";
+  };
+  std::string chain = R"([{"type":"I2C","ham":"h","id":1,"muxes":)";
+  for (int i = 0; i < 25000; ++i) chain += R"([{"did":1,"busses":[{"id":1,"muxes":)";
+  chain += "[]";
+  for (int i = 0; i < 25000; ++i) chain += "}]}]";
+  chain += "}]";
+  onStackOf(1 << 20, [&] {
+    EXPECT_EQ(PL_STATUS_OK, loadTopology(nested(64).c_str()));
+    ASSERT_EQ(PL_STATUS_OK, loadTopology(kWalkJson.c_str()));
+    FakeHost::reset();
+    EXPECT_EQ(PL_STATUS_BAD_INPUT, loadTopology(nested(65).c_str()));
+    EXPECT_EQ(PL_STATUS_BAD_INPUT, loadTopology(chain.c_str()));
+  });
+  EXPECT_EQ(2, FakeHost::countTrace("failed to load topology from json: nested more than 64 levels deep", 2));
+  EXPECT_TRUE(_topology_json == kWalkJson);
+  EXPECT_NE(nullptr, findDevice(13));
 }
 
 TEST(TopologyLoad, FindDeviceReturnsTheFirstInWalkOrder) {

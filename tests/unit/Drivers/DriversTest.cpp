@@ -8,6 +8,7 @@
 
 #include "Drivers/Drivers.h"
 #include "FakeHost.h"
+#include "SmallStack.h"
 
 using Drivers::DriverArgs;
 using Settings = std::map<std::string, std::string>;
@@ -70,17 +71,31 @@ TEST(InsertDriverArg, AppendsASettingThatOverridesOnParse) {
   EXPECT_EQ("2", args.driverArgs.at("psuId"));
 }
 
-TEST(DriverArgs, UnparsableTextIsTracedAndFillsNothing) {
+// Text nested 100,000 levels deep is read without recursion, here on a
+// 1 MiB stack. Nothing walks a setting's value, so such an object is fine;
+// insertDriverArg writes the whole document back one call per level and
+// refuses it.
+TEST(DriverArgs, RefusedTextIsTracedAndFillsNothingAndDepthCostsNoStack) {
   FakeHost::reset();
-  DriverArgs args;
-  EXPECT_FALSE(args.parseJSON(R"({"did":1,})"));
-  EXPECT_TRUE(args.driver.empty() && args.json.empty());
-  char* out = nullptr;
-  EXPECT_FALSE(Drivers::insertDriverArg("{", &out, "k", "v"));
-  EXPECT_EQ(nullptr, out);
+  auto nested = [](size_t levels) { return std::string(levels, '[') + std::string(levels, ']'); };
+  onStackOf(1 << 20, [&] {
+    DriverArgs args;
+    ASSERT_TRUE(args.parseJSON(object(R"(,"driverArgs":{"deep":)" + nested(100000) + "}").c_str()));
+    EXPECT_EQ("", args.driverArgs.at("deep"));
+    DriverArgs refused;
+    EXPECT_FALSE(refused.parseJSON(R"({"did":1,})"));
+    EXPECT_TRUE(refused.driver.empty() && refused.json.empty());
+    char* out = nullptr;
+    EXPECT_FALSE(Drivers::insertDriverArg("{", &out, "k", "v"));
+    EXPECT_FALSE(Drivers::insertDriverArg((R"({"driverArgs":{},"x":)" + nested(100000) + "}").c_str(), &out, "k", "v"));
+    EXPECT_EQ(nullptr, out);
+    ASSERT_TRUE(Drivers::insertDriverArg((R"({"driverArgs":{},"x":)" + nested(63) + "}").c_str(), &out, "k", "v"));
+    std::free(out);  // 64 levels, the most that is written back
+  });
   EXPECT_EQ(FakeHost::traceTexts(0),
             (std::vector<std::string>{"failed to load device from json: Missing a name for object member. offset 9",
-                                      "failed to parse psu devArgs: Missing a name for object member. offset 1"}));
+                                      "failed to parse psu devArgs: Missing a name for object member. offset 1",
+                                      "failed to parse psu devArgs: nested more than 64 levels deep"}));
 }
 
 TEST(DriverArgsDeathTest, ObjectFaultsStopTheHost) {

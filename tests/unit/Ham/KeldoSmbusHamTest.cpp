@@ -1,11 +1,10 @@
 // The SMBus transport against a scripted proxy over a real socket: what each
 // operation puts on the wire, resolution from the topology, multiplexer
-// splicing, the failure paths, and the raw-access driver on top of it.
+// splicing, and the failure paths.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <deque>
 #include <functional>
@@ -13,8 +12,8 @@
 #include <mutex>
 #include <optional>
 
-#include "../PLSocket/ScriptedProxy.h"
-#include "Drivers/SmbusProxyDriver.h"
+#include "ScriptedProxy.h"
+#include "Drivers/Drivers.h"
 #include "FakeHost.h"
 #include "Ham/KeldoSmbusHam.h"
 #include "Keldo.h"
@@ -30,21 +29,7 @@ namespace {
 // SCD 0x1234, accelerator 2, bus 5: device 96 (component 7) on the bus and
 // device 97 (component 9) behind mux 0x70 channel 4 and mux 0x71 channel 8.
 // Two plain I2C buses, one flagged.
-const char* const kBoard = R"([
-  {"type": "SCD", "ham": "KeldoSmbus", "pci": 4660, "accelerators": [{"id": 2, "busses": [
-    {"id": 5, "devices": [
-      {"did": 112, "uid": 1112, "driver": "PCA9548", "address": {"address": 112}, "components": [{"uid": 1112}]},
-      {"did": 96, "driver": "Dummy", "address": {"address": 80, "addrSize": 2, "readDelay": 3},
-       "components": [{"uid": 7}]}],
-     "muxes": [{"did": 112, "busses": [{"id": 4, "devices": [
-        {"did": 113, "uid": 1113, "driver": "PCA9548", "address": {"address": 113}, "components": [{"uid": 1113}]}],
-       "muxes": [{"did": 113, "busses": [{"id": 8, "label": "behind-muxes", "devices": [
-        {"did": 97, "driver": "Dummy", "address": {"address": 81}, "components": [{"uid": 9}]}]}]}]}]}]}]}]},
-  {"type": "I2C", "ham": "KeldoSmbus", "id": 12, "simulated": true, "devices": [
-    {"did": 200, "driver": "Dummy", "address": {"address": 32}}]},
-  {"type": "I2C", "ham": "KeldoSmbus", "id": 13, "label": "i2c-13", "devices": [
-    {"did": 201, "driver": "Dummy", "address": {"address": 33}}]}
-])";
+const std::string kBoard = readFile(KELDO_SOURCE_DIR "/tests/unit/Ham/keldosmbus-board.json");
 
 // Word 1 of a resolved address: device, bus, accelerator, bits 25-26 = 1.
 constexpr uint32_t word1(uint32_t address, uint32_t bus, uint32_t accel) {
@@ -77,7 +62,7 @@ class KeldoSmbusHamTest : public ::testing::Test {
  protected:
   void SetUp() override {
     FakeHost::reset();
-    ASSERT_EQ(Topology::loadTopology(kBoard), PL_STATUS_OK);
+    ASSERT_EQ(Topology::loadTopology(kBoard.c_str()), PL_STATUS_OK);
     setenv("KELDO_SMBUS_SOCKET", dir_.file("proxy.sock").c_str(), 1);
     _plSock = new PlatformLibrary::PLSocket;
     ASSERT_EQ(_plSock->setup(), 0);
@@ -266,41 +251,6 @@ TEST_F(KeldoSmbusHamTest, BadAnswersGiveStatusSixAndLostConnectionsFour) {
                                                                "execute: invalid number of response entries; "
                                                                "expected 1, got 2",
                                                                "execute: error. " + reset}));
-}
-
-// The host's raw access: no retries, the read pause after every read, failed
-// or not, and the length rules of the two block reads.
-TEST_F(KeldoSmbusHamTest, SmbusProxyDriverPausesAndCutsBlocks) {
-  auto ham = scdHam();
-  Drivers::DriverArgs args;
-  args.driverArgs = {{"localReadDelayMs", "300"}};
-  std::unique_ptr<Component::HardwareDevice> device(Drivers::SmbusProxyDriver::create(args, ham.get()));
-  std::unique_ptr<Drivers::SmbusProxyDriver::SmbusProxy> proxy(
-      static_cast<Drivers::SmbusProxyDriver::SmbusProxy*>(device->newSmbusProxy(args)));
-  auto ms = [](const std::function<void()>& call) {
-    const auto start = std::chrono::steady_clock::now();
-    call();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
-  };
-  then(failure("nak"));
-  uint8_t byte = 7;
-  const auto paused = ms([&] { EXPECT_EQ(proxy->readByte(1, &byte), PL_STATUS_INTERNAL); });
-  EXPECT_TRUE(paused >= 300 && paused < 1000) << paused;
-  EXPECT_EQ(byte, 7);
-
-  uint8_t buffer[40] = {};
-  for (const char* answer : {"ab", "abcd"}) {  // three bytes asked for
-    then(entries({answer}));
-    EXPECT_LT(ms([&] { EXPECT_EQ(proxy->i2cBlockRead(0x16, buffer, 3), PL_STATUS_UNAVAILABLE); }), 150) << answer;
-  }
-  EXPECT_EQ(buffer[0], 0);
-  then(entries({std::string(40, 'z')}));
-  unsigned int length = 0;
-  EXPECT_EQ(proxy->blockRead(0x20, buffer, &length), PL_STATUS_OK);
-  EXPECT_EQ(length, 32u);
-  EXPECT_EQ(buffer[31], 'z');
-  EXPECT_EQ(buffer[32], 0);
-  for (const auto& request : sent()) EXPECT_TRUE(request.has_retrycount() && request.retrycount() == 0);
 }
 
 // Fetches read the answer the access method holds; no proxy needed.

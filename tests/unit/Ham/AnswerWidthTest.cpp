@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "../PLSocket/ScriptedProxy.h"
+#include "ScriptedProxy.h"
 #include "FakeHost.h"
 #include "Ham/KeldoSmbusHam.h"
 #include "Keldo.h"

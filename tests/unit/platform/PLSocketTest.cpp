@@ -1,6 +1,6 @@
 // The proxy client against a scripted proxy on a real Unix socket: framing,
 // answers in pieces, and what the daemon never does (silence, garbage, early
-// hang-ups). A restarted daemon is in tests/unit/SmbusProxyd/SmbusProxydTest.cpp.
+// hang-ups). A restarted daemon is in tests/integration/proxyd/ProxydTest.cpp.
 #include "PlatformLibrary/PLSocket.h"
 
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
 // The device model: creation, registration by uid and reuse, multi-devices,
-// the polling timer protocol, and GPIO objects on device registers.
+// and the polling timer protocol.
 #include <malloc.h>
 
 #include <cstddef>
@@ -13,6 +13,7 @@
 #include "FakeHost.h"
 #include "Ham/SimHam.h"
 #include "Keldo.h"
+#include "SmallStack.h"
 #include "Topology.h"
 #include "Zanty.h"
 
@@ -110,10 +111,12 @@ TEST_F(Registry, HamIsWiredBeforeInitAndDeviceRegisteredAfter) {
     int simulation;
     std::string more;
     std::string objectName;
-  } cases[] = {{1, R"(, "name": "psu1")", "psu1"}, {1, "", ""}, {0, R"(, "name": "psu1")", ""}};
+  } cases[] = {{1, R"(, "name": "psu1")", "psu1"}, {1, "", ""}, {0, R"(, "name": "psu1")", ""},
+               // the text is read again for the name, without recursion (on a 1 MiB stack)
+               {1, R"(, "x": )" + std::string(100000, '[') + std::string(100000, ']') + R"(, "name": "n")", "n"}};
   unsigned int uid = 20;
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.more + (c.simulation ? " simulated" : " on hardware"));
+  for (const auto& c : cases) onStackOf(1 << 20, [&] {
+    SCOPED_TRACE(c.more.substr(0, 20) + (c.simulation ? " simulated" : " on hardware"));
     Utils::simulationMode = c.simulation;
     FakeHam ham;
     Drivers::DriverArgs args;
@@ -129,7 +132,7 @@ TEST_F(Registry, HamIsWiredBeforeInitAndDeviceRegisteredAfter) {
     EXPECT_EQ(c.objectName, ham.suffix);
     EXPECT_EQ(&device->table, ham.expected);
     EXPECT_EQ(device, DeviceBase::devices.at(uid));
-  }
+  });
 }
 
 long heapInUse() {
@@ -187,6 +190,8 @@ TEST_F(Registry, MultiDeviceGetsNoHamAndAddsItsObjectsThroughTheEntryPoints) {
   EXPECT_TRUE(group->leds.empty());
   EXPECT_EQ(std::vector<std::string>{"Failed to find driverArgs for driver key 'led'"}, FakeHost::traceTexts(0));
   EXPECT_EQ(nullptr, pl_gpio_add(json.c_str()));  // a multi-device has no GPIO of its own
+  EXPECT_EQ(nullptr, pl_gpio_add("{"));
+  EXPECT_FALSE(FakeHost::hasTrace("DeviceBase::create() failed"));  // the GPIO entry says nothing itself
 }
 
 class Poller : public Component::PollingDevice<HardwareDevice> {
@@ -229,64 +234,6 @@ TEST(PollingDevice, TimerProtocol) {
   FakeHost::fire(other.timer());
   EXPECT_TRUE(other.pollStart());
   EXPECT_EQ(7u, FakeHost::timerSets().size());
-}
-
-Drivers::DriverArgs gpioArgs(const std::string& bit) {
-  Drivers::DriverArgs args;
-  args.driverArgs = {{"register", "32"}, {"bitpos", bit}};
-  return args;
-}
-
-// Register 0x20 holds 0x81; each case reads the bit, clears it and sets it
-// through the host's table.
-TEST(RegGpio, ReadModifyWriteThroughTheHostTable) {
-  EXPECT_EQ(4 * sizeof(void*), Gpio::ops_.size);
-  const struct {
-    const char* bit;
-    bool writeOnly;
-    pl_status readStatus;  // of every read of the register
-    unsigned int read;     // 9: left untouched
-    FakeHam::Calls writes;
-    size_t reads;
-  } cases[] = {
-      {"7", false, PL_STATUS_OK, 1, {C::write8(0x20, 0x01), C::write8(0x20, 0x81)}, 3},  // other bits kept
-      {"7", false, 2, 9, {}, 3},                                                       // failed reads write nothing
-      {"3", true, PL_STATUS_OK, 0, {C::write8(0x20, 0xF7), C::write8(0x20, 0x08)}, 1},  // no read before a write
-      {"39", false, PL_STATUS_OK, 0, {C::write8(0x20, 0x81), C::write8(0x20, 0x81)}, 3},  // beyond the word: no bit
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.bit);
-    FakeHam ham;
-    ham.stateful = true;
-    ham.values[0x20] = 0x81;
-    if (c.readStatus != PL_STATUS_OK) ham.failOn[0x20] = c.readStatus;
-    HardwareDevice device(&ham);
-    RegGpio line(&device, gpioArgs(c.bit));
-    line.writeOnlyIs(c.writeOnly);
-    pl_gpio* h = line.handle();  // right after the virtual-table pointer
-    EXPECT_EQ(static_cast<ptrdiff_t>(sizeof(void*)), reinterpret_cast<char*>(h) - reinterpret_cast<char*>(&line));
-    EXPECT_EQ(nullptr, h->host);
-    EXPECT_EQ(&Gpio::ops_, h->ops);
-    EXPECT_EQ(static_cast<Gpio*>(&line), h->owner);
-    FakeHost::reset();
-    unsigned int value = 9;
-    EXPECT_EQ(c.readStatus, h->ops->bit_read(h, &value));
-    EXPECT_EQ(c.read, value);
-    EXPECT_EQ(c.readStatus, h->ops->bit_clear(h));
-    EXPECT_EQ(c.readStatus, h->ops->bit_set(h));
-    EXPECT_EQ(c.writes, ham.writes());
-    EXPECT_EQ(c.reads, ham.callsOf({FakeHam::Op::Read8}).size());
-    EXPECT_EQ((std::vector<std::string>{"bitReadCallback", "bitClearCallback", "bitSetCallback"}),
-              FakeHost::traceTexts(4));
-  }
-}
-
-TEST(RegGpioDeathTest, ArgumentsAreRequiredDecimalNumbers) {
-  HardwareDevice device;
-  Drivers::DriverArgs noBit;
-  noBit.driverArgs["register"] = "32";
-  EXPECT_DEATH(RegGpio(&device, noBit), "Assertion `it != args\\.driverArgs\\.end\\(\\)' failed");
-  EXPECT_THROW(RegGpio(&device, gpioArgs("x")), std::invalid_argument);
 }
 
 }  // namespace

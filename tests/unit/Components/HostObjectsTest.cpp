@@ -1,7 +1,5 @@
 // Host objects: the tables and C objects the host reads, the add entry points,
 // every callback through its table, and the one LED blink timer.
-#include <signal.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -32,11 +30,6 @@ using ::testing::_;
 using ::testing::Field;
 using ::testing::Return;
 
-// A death-test child prints its traces when it aborts, so a pattern can demand
-// what was traced before the assertion stopped it.
-[[maybe_unused]] const auto echoTracesOnAbort = signal(SIGABRT, [](int) {
-  for (const auto& t : FakeHost::traces()) std::fprintf(stderr, "[trace %d] %s\n", t.level, t.text.c_str());
-});
 
 struct MockDevice : Component::HardwareDevice {
   MOCK_METHOD(LD::Led*, newLed, (Args), (override));

@@ -1,1 +1,0 @@
-// Unit-test support on the plug-in's internals (see FakeHam.h).
