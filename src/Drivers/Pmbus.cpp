@@ -5,7 +5,6 @@
 #include <cmath>
 #include <string>
 
-#include "Components/Gpio.h"
 #include "Drivers/Helpers.h"
 #include "Ham/Ham.h"
 #include "KeldoUtil/Assert.h"

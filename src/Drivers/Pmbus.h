@@ -4,17 +4,13 @@
 // temperature sensors. Readings are LINEAR11 words (five-bit exponent,
 // eleven-bit mantissa); the output voltage follows VOUT_MODE.
 #include <cstdint>
+#include <memory>
 
 #include "Components/Fan.h"
+#include "Components/Gpio.h"
 #include "Components/HardwareDevice.h"
 #include "Components/Psu.h"
 #include "Components/TempSensor.h"
-
-namespace Component {
-namespace LogicalDevice {
-class Gpio;
-}
-}  // namespace Component
 
 namespace Drivers {
 
@@ -31,11 +27,9 @@ class Pmbus : public Component::HardwareDevice {
     uint8_t faultMask;
   };
 
+  // Owns the power-good line, when there is one.
   Pmbus(Ham::Ham* ham, uint8_t voutExponent, Component::LogicalDevice::Gpio* powerOkGpio, bool powerOkActiveLow)
-      : HardwareDevice(ham),
-        voutExponent_(voutExponent),
-        powerOkGpio_(powerOkGpio),
-        powerOkActiveLow_(powerOkActiveLow) {}
+      : HardwareDevice(ham), voutExponent_(voutExponent), powerOkGpio_(powerOkGpio), powerOkActiveLow_(powerOkActiveLow) {}
 
   static Component::HardwareDevice* create(const DriverArgs& args, Ham::Ham* ham);
   Component::LogicalDevice::Psu* newPsu(const FactoryArgs& args) override;
@@ -122,7 +116,7 @@ class Pmbus : public Component::HardwareDevice {
   pl_status powerOkFromStatusWord(int* ok);
 
   uint8_t voutExponent_;  // READ_VOUT exponent; 255: VOUT_MODE's
-  Component::LogicalDevice::Gpio* powerOkGpio_;  // null: STATUS_WORD decides
+  std::unique_ptr<Component::LogicalDevice::Gpio> powerOkGpio_;  // null: STATUS_WORD decides
   bool powerOkActiveLow_;
 };
 
