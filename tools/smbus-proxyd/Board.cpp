@@ -148,7 +148,7 @@ AccessResult Device::applyToChip(const Access& a) {
       pointer_ = reg;
       if (a.length == 0) return answered();
       if (a.data.size() != a.length || a.length != chip_->width(reg)) {
-        return failed("register takes " + std::to_string(chip_->width(reg)) + " bytes");
+        return failed(chip_->width(reg) == 1 ? "the register holds 1 byte" : "the register holds 2 bytes");
       }
       registers_[reg] = static_cast<uint16_t>(chip_->fromWire(reg, a.data));
       return answered();
@@ -156,7 +156,7 @@ AccessResult Device::applyToChip(const Access& a) {
     case Smbus::BLOCK_WRITE:
       return applyToBlocks(a);
     default:
-      return failed(std::string("a ") + chip_->name + " takes no such request");
+      return failed(std::string("the ") + chip_->name + " takes no such request");
   }
 }
 

@@ -111,7 +111,7 @@ std::string chipNames() {
 uint16_t encodeUnit(const Device& device, const std::string& unit, double value) {
   const Chip& chip = *device.chip();
   if (std::find(chip.units.begin(), chip.units.end(), unit) == chip.units.end()) {
-    throw std::invalid_argument(std::string("a ") + chip.name + " register takes no \"" + unit + "\"");
+    throw std::invalid_argument(std::string("the ") + chip.name + " has no unit \"" + unit + "\"");
   }
   if (unit == "celsius") return celsiusWord(value);
   if (unit == "linear11") return linear11Word(value);
