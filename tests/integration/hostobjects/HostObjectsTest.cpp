@@ -33,10 +33,12 @@ Plugin& plugin() {
 }
 
 // One panel component per test, so that each gets a device and a file of its
-// own; device 17 carries a GPIO line.
+// own; device 17 carries a GPIO line, 18 is an LM75 and 19 a PMBus supply.
 const char* kTopology = R"([{"type": "I2C", "ham": "SimHam", "id": 1, "label": "bus1", "devices": [
     {"did": 16, "label": "panel", "components": [{"uid": 101}, {"uid": 102}, {"uid": 103}]},
-    {"did": 17, "label": "lines", "components": [{"uid": 201}]}]}])";
+    {"did": 17, "label": "lines", "components": [{"uid": 201}]},
+    {"did": 18, "label": "lm75", "components": [{"uid": 301}]},
+    {"did": 19, "label": "psu", "components": [{"uid": 401}]}]}])";
 
 std::string object(const char* driver, unsigned int did, unsigned int uid, const char* name,
                    const std::string& driverArgs = "") {
@@ -60,6 +62,10 @@ class HostObjects : public ::testing::Test {
   template <typename Handle>
   Handle* add(const char* entry, const std::string& json) {
     return FakeHost::keep(plugin().sym<Handle* (*)(const char*)>(entry)(json.c_str()));
+  }
+  pl_temp_sensor* addSensor(const std::string& json, float alert, float critical) {
+    return FakeHost::keep(plugin().sym<pl_temp_sensor* (*)(const char*, float, float)>("pl_temp_sensor_add")(
+        json.c_str(), alert, critical));
   }
 };
 
@@ -124,6 +130,40 @@ TEST_F(HostObjects, GpioLinesFlipRegisterBits) {
   EXPECT_TRUE(FakeHost::hasTrace("WARNING: Simulated Driver GpioDriver doesn't yet have expectedVal set for "
                                  "register 0x50 using SIMULATION_HAM()\n",
                                  0));
+}
+
+// The simulated chips: an LM75 at 39 degrees, also once the add has written
+// both thresholds (each word's high byte spills into the next register's
+// text); a supply that is off, so power not good, with every electrical
+// reading 0 and 38 degrees on sensor 1; its fans answer 4, since
+// STATUS_FANS_1_2 has no simulated value.
+TEST_F(HostObjects, SimulatedSensorAndSupplyGiveTheirStatedReadings) {
+  pl_temp_sensor* lm75 = addSensor(object("LM75", 18, 301, "lm75"), 75.0f, 85.5f);
+  ASSERT_NE(nullptr, lm75);
+  float celsius = 0;
+  EXPECT_EQ(PL_STATUS_OK, lm75->ops->get_temperature(lm75, &celsius));
+  EXPECT_EQ(39.0f, celsius);
+  EXPECT_EQ("270080\n", simFile("LM75-lm75"));
+
+  pl_psu* psu = add<pl_psu>("pl_psu_add", object("Pmbus", 19, 401, "psu"));
+  ASSERT_NE(nullptr, psu);
+  const pl_psu_ops& ops = *psu->ops;
+  for (auto get : {ops.get_input_voltage, ops.get_input_current, ops.get_output_voltage, ops.get_output_current,
+                   ops.get_input_power, ops.get_output_power}) {
+    float value = -1;
+    EXPECT_EQ(PL_STATUS_OK, get(psu, &value));
+    EXPECT_EQ(0.0f, value);
+  }
+  int ok = -1, rpm = -1;
+  EXPECT_EQ(PL_STATUS_OK, ops.get_power_ok(psu, &ok));
+  EXPECT_EQ(0, ok);
+  pl_temp_sensor* sensor1 = addSensor(object("Pmbus", 19, 401, "psu", R"("sensorId": "1", "tempSensor": "1")"), 0, 0);
+  EXPECT_EQ(PL_STATUS_OK, sensor1->ops->get_temperature(sensor1, &celsius));
+  EXPECT_EQ(38.0f, celsius);
+  const std::string fan2 = R"("fanId": "2", "maxFanRpm": "20000", "pec": "false")";
+  pl_fan* fan = add<pl_fan>("pl_fan_add", object("Pmbus", 19, 401, "psu", fan2));
+  EXPECT_EQ(PL_STATUS_UNAVAILABLE, fan->ops->get_rpm(fan, &rpm));
+  EXPECT_EQ(-1, rpm);
 }
 
 }  // namespace
