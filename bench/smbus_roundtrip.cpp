@@ -1,8 +1,9 @@
 // Cost of one SMBus transaction through the whole client path (KeldoSmbusHam
 // request building, PLSocket framing, the reference proxy daemon, answer
 // matching) against the floor any socket transport pays: a 16-byte message
-// echoed over a Unix stream socket. Both run in the same process run, and the
-// ratio of the two is printed at the end.
+// echoed over a Unix stream socket; and a PSU reading of two operations
+// (Pmbus::get_output_voltage) against the one-register read. All run in the
+// same process run, and the ratios are printed at the end.
 //
 //   bench_smbus_roundtrip [--benchmark_min_time=2]
 #include <benchmark/benchmark.h>
@@ -25,6 +26,7 @@
 #include <thread>
 #include <vector>
 
+#include "Drivers/Pmbus.h"
 #include "Ham/KeldoSmbusHam.h"
 #include "Keldo.h"
 #include "PlatformLibrary/PLSocket.h"
@@ -146,10 +148,11 @@ void BM_RawUnixEcho16(benchmark::State& state) {
   close(fd);
 }
 
-// The sensor at 0x48 on plain I2C bus 3 of the board the daemon plays.
-std::unique_ptr<Ham::KeldoSmbusHam> sensorHam() {
+// A device on plain I2C bus 3 of the board the daemon plays: the sensor at
+// 0x48 or the PMBus supply at 0x58.
+std::unique_ptr<Ham::KeldoSmbusHam> hamAt(uint32_t device) {
   Topology::AhamAddress address;
-  address.setAddress(0x48);
+  address.setAddress(device);
   address.setBus(3);
   address.setAddrSize(1);
   return std::unique_ptr<Ham::KeldoSmbusHam>(Ham::KeldoSmbusHam::createFromAddress(address, nullptr));
@@ -157,7 +160,7 @@ std::unique_ptr<Ham::KeldoSmbusHam> sensorHam() {
 
 // A device on a plain I2C bus, one register: the shortest transaction.
 void BM_Read8ThroughProxyDaemon(benchmark::State& state) {
-  std::unique_ptr<Ham::KeldoSmbusHam> ham = sensorHam();
+  std::unique_ptr<Ham::KeldoSmbusHam> ham = hamAt(0x48);
   uint8_t value = 0;
   for (auto _ : state) {
     if (ham->read8(0x00, &value) != PL_STATUS_OK) state.SkipWithError("read8 failed");
@@ -165,10 +168,23 @@ void BM_Read8ThroughProxyDaemon(benchmark::State& state) {
   if (value != 0x19) state.SkipWithError("unexpected register value");
 }
 
+// VOUT_MODE and READ_VOUT queued in one transaction: one round trip, like
+// the read above, with one more entry each way.
+void BM_PsuOutputVoltageThroughProxyDaemon(benchmark::State& state) {
+  std::unique_ptr<Ham::KeldoSmbusHam> ham = hamAt(0x58);
+  std::unique_ptr<Component::HardwareDevice> device(Drivers::Pmbus::create(Drivers::DriverArgs(), ham.get()));
+  auto& psu = static_cast<Drivers::Pmbus&>(*device);
+  float volts = 0;
+  for (auto _ : state) {
+    if (psu.get_output_voltage(&volts) != PL_STATUS_OK) state.SkipWithError("get_output_voltage failed");
+  }
+  if (volts != 12.0f) state.SkipWithError("unexpected output voltage");
+}
+
 // The same request prebuilt and sent with PLSocket alone: the share of the
 // access method is the difference to the benchmark above.
 void BM_SameRequestThroughPLSocketOnly(benchmark::State& state) {
-  std::unique_ptr<Ham::KeldoSmbusHam> ham = sensorHam();
+  std::unique_ptr<Ham::KeldoSmbusHam> ham = hamAt(0x48);
   ham->prepare();
   ham->addRead8(0x00);
   for (auto _ : state) {
@@ -181,6 +197,7 @@ void BM_SameRequestThroughPLSocketOnly(benchmark::State& state) {
 BENCHMARK(BM_RawUnixEcho16)->UseRealTime();
 BENCHMARK(BM_SameRequestThroughPLSocketOnly)->UseRealTime();
 BENCHMARK(BM_Read8ThroughProxyDaemon)->UseRealTime();
+BENCHMARK(BM_PsuOutputVoltageThroughProxyDaemon)->UseRealTime();
 
 // Console output as usual, plus the time per iteration of every run and
 // aggregate (nanoseconds), by name.
@@ -237,11 +254,16 @@ int main(int argc, char** argv) {
         return 0.0;
       };
       const double raw = find("BM_RawUnixEcho16"), ham = find("BM_Read8ThroughProxyDaemon"),
-                   socketOnly = find("BM_SameRequestThroughPLSocketOnly");
+                   socketOnly = find("BM_SameRequestThroughPLSocketOnly"),
+                   vout = find("BM_PsuOutputVoltageThroughProxyDaemon");
       if (raw > 0 && ham > 0) {
         std::printf("read8 through the proxy daemon: %.2f us; raw 16-byte echo: %.2f us; ratio %.2f (target <= 1.5)\n",
                     ham / 1000, raw / 1000, ham / raw);
         std::printf("of which PLSocket and the daemon: %.2f us\n", socketOnly / 1000);
+      }
+      if (ham > 0 && vout > 0) {
+        std::printf("get_output_voltage (2 operations): %.2f us; read8: %.2f us; ratio %.2f (target <= 1.2)\n",
+                    vout / 1000, ham / 1000, vout / ham);
       }
     }
     delete _plSock;

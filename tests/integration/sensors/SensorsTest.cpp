@@ -78,6 +78,11 @@ TEST_F(Sensors, SupplyReadingsFansAndSensorThroughTheCallbackTables) {
     EXPECT_EQ(r.get(psu, &value), PL_STATUS_OK);
     EXPECT_EQ(value, r.expected);
   }
+  const auto transactions = [] { return std::stoi(proxyd->control("transactions").substr(3)); };
+  const int before = transactions();
+  float volts = 0;
+  EXPECT_EQ(ops.get_output_voltage(psu, &volts), PL_STATUS_OK);
+  EXPECT_EQ(transactions(), before + 1) << "VOUT_MODE and READ_VOUT in one round trip";
   int ok = 0, rpm1 = 0, rpm2 = 0;
   EXPECT_EQ(ops.get_power_ok(psu, &ok), PL_STATUS_OK);
   EXPECT_EQ(ok, 1);
