@@ -139,31 +139,25 @@ TEST_F(HostObjects, GpioLinesFlipRegisterBits) {
 // STATUS_FANS_1_2 has no simulated value.
 TEST_F(HostObjects, SimulatedSensorAndSupplyGiveTheirStatedReadings) {
   pl_temp_sensor* lm75 = addSensor(object("LM75", 18, 301, "lm75"), 75.0f, 85.5f);
-  ASSERT_NE(nullptr, lm75);
-  float celsius = 0;
-  EXPECT_EQ(PL_STATUS_OK, lm75->ops->get_temperature(lm75, &celsius));
-  EXPECT_EQ(39.0f, celsius);
-  EXPECT_EQ("270080\n", simFile("LM75-lm75"));
-
   pl_psu* psu = add<pl_psu>("pl_psu_add", object("Pmbus", 19, 401, "psu"));
-  ASSERT_NE(nullptr, psu);
+  pl_temp_sensor* sensor1 = addSensor(object("Pmbus", 19, 401, "psu", R"("sensorId": "1", "tempSensor": "1")"), 0, 0);
+  pl_fan* fan = add<pl_fan>("pl_fan_add", object("Pmbus", 19, 401, "psu", R"("fanId": "2", "maxFanRpm": "9", "pec": "")"));
+  ASSERT_TRUE(lm75 && psu && sensor1 && fan);
+  float celsius[2] = {}, value = -1;
+  EXPECT_EQ(0, lm75->ops->get_temperature(lm75, &celsius[0]) + sensor1->ops->get_temperature(sensor1, &celsius[1]));
+  EXPECT_EQ(std::make_pair(39.0f, 38.0f), std::make_pair(celsius[0], celsius[1]));
+  EXPECT_EQ("270080\n", simFile("LM75-lm75"));
   const pl_psu_ops& ops = *psu->ops;
   for (auto get : {ops.get_input_voltage, ops.get_input_current, ops.get_output_voltage, ops.get_output_current,
                    ops.get_input_power, ops.get_output_power}) {
-    float value = -1;
     EXPECT_EQ(PL_STATUS_OK, get(psu, &value));
     EXPECT_EQ(0.0f, value);
+    value = -1;
   }
   int ok = -1, rpm = -1;
   EXPECT_EQ(PL_STATUS_OK, ops.get_power_ok(psu, &ok));
-  EXPECT_EQ(0, ok);
-  pl_temp_sensor* sensor1 = addSensor(object("Pmbus", 19, 401, "psu", R"("sensorId": "1", "tempSensor": "1")"), 0, 0);
-  EXPECT_EQ(PL_STATUS_OK, sensor1->ops->get_temperature(sensor1, &celsius));
-  EXPECT_EQ(38.0f, celsius);
-  const std::string fan2 = R"("fanId": "2", "maxFanRpm": "20000", "pec": "false")";
-  pl_fan* fan = add<pl_fan>("pl_fan_add", object("Pmbus", 19, 401, "psu", fan2));
   EXPECT_EQ(PL_STATUS_UNAVAILABLE, fan->ops->get_rpm(fan, &rpm));
-  EXPECT_EQ(-1, rpm);
+  EXPECT_EQ(std::make_pair(0, -1), std::make_pair(ok, rpm));
 }
 
 }  // namespace

@@ -9,59 +9,45 @@
 namespace {
 
 using Drivers::Pmbus;
-using Value = rapidjson::Value;
 using namespace DriverScenarios;
 
-Pmbus& pmbus(Subject& s) { return static_cast<Pmbus&>(*s.device); }
-
-// The supply, with the power-good line of "psu-status" (uid 70, a device of
-// its own) answered by the same fake.
+// The supply, with the power-good line of "psu-status" (a device of its own)
+// answered by the same fake.
 Component::HardwareDevice* supply(const Drivers::DriverArgs& args, Ham::Ham* ham) {
   static Component::HardwareDevice* status = [] {
-    EXPECT_EQ(PL_STATUS_OK, Topology::loadTopology(R"([{"type": "I2C", "ham": "SimHam", "id": 1, "devices": [
-        {"did": 16, "label": "psu-status", "uid": 70, "driver": "Dummy", "provideHam": 0, "address": {"address": 96}}]}])"));
+    Topology::loadTopology(R"([{"type": "I2C", "ham": "SimHam", "id": 1, "devices": [{"did": 16, "label": "psu-status",
+        "uid": 70, "driver": "Dummy", "provideHam": 0, "address": {"address": 96}}]}])");
     return Drivers::getHardwareDeviceByLabel("psu-status", "Dummy");
   }();
   status->hamIs(ham);
   return Pmbus::create(args, ham);
 }
 
-// A PSU reading by the name of the host's callback.
-Operation reading(pl_status (Pmbus::*get)(float*)) {
-  return [get](Subject& s, const Value&, double* out) {
-    return output<float>(out, [&](float* v) { return (pmbus(s).*get)(v); });
-  };
+template <typename T, typename Get>
+Operation get(Get get) {
+  return [get](Subject& s, const Value&, double* out) { return output<T>(out, [&](T* v) { return get(s, v); }); };
 }
+Pmbus& pmbus(Subject& s) { return static_cast<Pmbus&>(*s.device); }
 
 const std::map<std::string, Operation> kOperations = {
-    {"get_input_voltage", reading(&Pmbus::get_input_voltage)},
-    {"get_input_current", reading(&Pmbus::get_input_current)},
-    {"get_output_current", reading(&Pmbus::get_output_current)},
-    {"get_input_power", reading(&Pmbus::get_input_power)},
-    {"get_output_power", reading(&Pmbus::get_output_power)},
-    {"get_output_voltage", reading(&Pmbus::get_output_voltage)},
-    {"get_power_ok",
-     [](Subject& s, const Value&, double* out) {
-       return output<int>(out, [&](int* ok) { return pmbus(s).get_power_ok(ok); });
-     }},
-    {"getRpm",
-     [](Subject& s, const Value&, double* out) { return output<int>(out, [&](int* rpm) { return s.fan->getRpm(rpm); }); }},
+    {"get_input_voltage", get<float>([](Subject& s, float* v) { return pmbus(s).get_input_voltage(v); })},
+    {"get_input_current", get<float>([](Subject& s, float* v) { return pmbus(s).get_input_current(v); })},
+    {"get_output_current", get<float>([](Subject& s, float* v) { return pmbus(s).get_output_current(v); })},
+    {"get_input_power", get<float>([](Subject& s, float* v) { return pmbus(s).get_input_power(v); })},
+    {"get_output_power", get<float>([](Subject& s, float* v) { return pmbus(s).get_output_power(v); })},
+    {"get_output_voltage", get<float>([](Subject& s, float* v) { return pmbus(s).get_output_voltage(v); })},
+    {"get_power_ok", get<int>([](Subject& s, int* v) { return pmbus(s).get_power_ok(v); })},
+    {"getRpm", get<int>([](Subject& s, int* v) { return s.fan->getRpm(v); })},
+    {"getTemperature", get<float>([](Subject& s, float* v) { return s.sensor->getTemperature(v); })},
     {"setRpm", [](Subject& s, const Value& arg, double*) { return s.fan->setRpm(arg.GetInt()); }},
-    {"getTemperature",
-     [](Subject& s, const Value&, double* out) {
-       return output<float>(out, [&](float* c) { return s.sensor->getTemperature(c); });
-     }},
-    {"newTempSensor", [](Subject& s, const Value& arg, double* out) {
-       Drivers::DriverArgs args;
-       args.driverArgs = texts(arg);
-       s.sensor.reset(s.device->newTempSensor(args));
-       *out = static_cast<Pmbus::TempSensor&>(*s.sensor).reg() * 1000 + static_cast<Pmbus::TempSensor&>(*s.sensor).id();
-       return PL_STATUS_OK;
+    {"newTempSensor", [](Subject& s, const Value& arg, double* out) {  // out: register x 1000 + id
+       s.sensor.reset(s.device->newTempSensor(args(arg, "args")));
+       const auto& sensor = static_cast<Pmbus::TempSensor&>(*s.sensor);
+       return *out = sensor.reg() * 1000 + sensor.id(), 0;
      }},
 };
 
 TEST(Pmbus, Scenarios) { run("Pmbus.json", "scenarios", supply, kOperations); }
-
 TEST(PmbusDeathTest, ConfigurationErrors) { run("Pmbus.json", "configurationErrors", supply, kOperations); }
 
 // LINEAR11 through a reading; READ_VOUT with VOUT_MODE and the configured exponent.
