@@ -191,8 +191,10 @@ class BoardReader {
     const uint64_t regMax = device.fullRegister() ? 0xFFFFFFFFu : 0xFFFFu;
     if (node.has("fill")) device.setFill(static_cast<uint8_t>(node.member("fill").number(0xFF)));
     if (node.has("eeprom")) readEeprom(node.member("eeprom"), device);
-    if (node.has("registers")) {
-      device.chip() ? readChipRegisters(node.member("registers"), device) : readRegisters(node.member("registers"), device, regMax);
+    if (node.has("registers") && device.chip()) {
+      readChipRegisters(node.member("registers"), device);
+    } else if (node.has("registers")) {
+      readRegisters(node.member("registers"), device, regMax);
     }
     if (node.has("blocks")) {
       node.member("blocks").forEachNumberedMember(regMax, [&](uint64_t reg, const Node& block) {
