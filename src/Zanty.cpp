@@ -5,6 +5,8 @@
 
 #include "Drivers/Dummy.h"
 #include "Drivers/GenericSmbusMux.h"
+#include "Drivers/LM75.h"
+#include "Drivers/Pmbus.h"
 #include "Drivers/SmbusProxyDriver.h"
 #include "Ham/KeldoSmbusHam.h"
 #include "Ham/SimHam.h"
@@ -18,6 +20,8 @@ std::map<std::string, DriverFactory> driverRows() {
       {"GpioDriver", Dummy::create},
       {"SmbusProxyDriver", SmbusProxyDriver::create},
       {"PCA9548", GenericSmbusMux::create},
+      {"LM75", LM75::create},
+      {"Pmbus", Pmbus::create},
   };
   if (addExtraDriverRows != nullptr) {
     addExtraDriverRows(rows);
