@@ -6,6 +6,7 @@
 #include "Drivers/Dummy.h"
 #include "Drivers/GenericSmbusMux.h"
 #include "Drivers/SmbusProxyDriver.h"
+#include "Drivers/Zant/ZantCPLDs.h"
 #include "Ham/KeldoSmbusHam.h"
 #include "Ham/SimHam.h"
 
@@ -18,6 +19,7 @@ std::map<std::string, DriverFactory> driverRows() {
       {"GpioDriver", Dummy::create},
       {"SmbusProxyDriver", SmbusProxyDriver::create},
       {"PCA9548", GenericSmbusMux::create},
+      {"ZantYCPLD", ZantYCPLD::create},
   };
   if (addExtraDriverRows != nullptr) {
     addExtraDriverRows(rows);
