@@ -1,12 +1,11 @@
-// The four Zant CPLDs on the fake access method and the recording fake host,
-// reached through their static create and wired as the device model wires a
-// device. Tables are checked against an independent transcription
-// (cpld-tables.json); the cases are in cpld-cases.json.
+// The four Zant CPLDs, reached through their static create and wired as the
+// device model wires a device, on the fake access method (or simulated files)
+// and the recording fake host. The tables are compared with an independent
+// transcription (cpld-tables.json); the behaviour cases are steps in
+// cpld-cases.json, whose comment explains them.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 #include <functional>
 #include <memory>
@@ -21,7 +20,6 @@ namespace {
 
 using namespace Drivers;
 namespace LD = Component::LogicalDevice;
-using C = FakeHam::Call;
 using Json = rapidjson::Value;
 using Numbers = std::vector<uint32_t>;
 
@@ -33,157 +31,90 @@ rapidjson::Document load(const std::string& name) {
 const rapidjson::Document kTables = load("cpld-tables.json"), kCases = load("cpld-cases.json");
 
 int num(const Json& v) { return v.IsString() ? std::stoi(v.GetString(), nullptr, 0) : v.GetInt(); }
-std::string text(const Json& v) {
-  rapidjson::StringBuffer out;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(out);
-  v.Accept(writer);
-  return out.GetString();
+// A member, or an empty array (object) when it is absent or null.
+const Json& member(const Json& row, const char* key, rapidjson::Type type = rapidjson::kArrayType) {
+  static const Json emptyArray(rapidjson::kArrayType), emptyObject(rapidjson::kObjectType);
+  if (row.HasMember(key) && !row[key].IsNull()) return row[key];
+  return type == rapidjson::kArrayType ? emptyArray : emptyObject;
 }
-// The numbers of a member, nested arrays flattened; none when absent or null.
+// The numbers of a member, nested arrays flattened.
 void flatten(const Json& v, Numbers& out) {
-  if (v.IsArray()) {
-    for (const Json& e : v.GetArray()) flatten(e, out);
-  } else if (!v.IsNull()) {
-    out.push_back(num(v));
-  }
+  if (!v.IsArray()) return out.push_back(num(v));
+  for (const Json& e : v.GetArray()) flatten(e, out);
 }
 Numbers flat(const Json& row, const char* key) {
   Numbers out;
-  if (row.HasMember(key)) flatten(row[key], out);
+  flatten(member(row, key), out);
   return out;
 }
 template <typename T>
 Numbers flat(const std::vector<T>* table) { return table ? Numbers(table->begin(), table->end()) : Numbers(); }
-std::map<uint32_t, uint32_t> pairs(const Numbers& n) {
-  std::map<uint32_t, uint32_t> out;
-  for (size_t i = 0; i + 1 < n.size(); i += 2) out.emplace(n[i], n[i + 1]);
-  return out;
-}
 std::map<uint32_t, uint32_t> registers(const Json& row, const char* key) {
   std::map<uint32_t, uint32_t> out;
-  if (row.HasMember(key)) for (const auto& m : row[key].GetObject()) out[num(m.name)] = num(m.value);
+  for (const auto& m : member(row, key, rapidjson::kObjectType).GetObject()) out[num(m.name)] = num(m.value);
   return out;
 }
-FakeHam::Calls writes(const Json& row) {
-  FakeHam::Calls out;
-  for (const auto& [reg, value] : pairs(flat(row, "writes"))) out.push_back(C::write8(reg, value));
-  return out;
+// "prepare", "execute", ["read8", register] or ["write8", register, byte].
+FakeHam::Call call(const Json& c) {
+  using C = FakeHam::Call;
+  if (!c.IsArray()) return std::string(c.GetString()) == "prepare" ? C::prepare() : C::execute();
+  return c.Size() == 2 ? C::read8(num(c[1])) : C::write8(num(c[1]), num(c[2]));
 }
 
 struct Variant {
   Component::HardwareDevice* (*create)(const DriverArgs&, Ham::Ham*);
-  const CelXcvrCPLD::RegisterMap *qsfpRegisterMap, *sfpRegisterMap, *qsfpPortLedsRegMap;
   const CelXcvrCPLD::Limits *qsfpRegisterLimits, *sfpRegisterLimits;
-  const Utils::ExpectedValues* values;
 };
-using Y = ZantYCPLD;
-using S = ZantSCPLD;
-using Q = ZantQCPLD;
 const std::map<std::string, Variant> kVariants = {
-    {"ZantCCPLD", {ZantCCPLD::create, &ZantCCPLD::qsfpRegisterMap, nullptr, nullptr, &ZantCCPLD::qsfpRegisterLimits,
-                   nullptr, nullptr}},
-    {"ZantQCPLD", {Q::create, &Q::qsfpRegisterMap, nullptr, &Q::qsfpPortLedsRegMap, &Q::qsfpRegisterLimits, nullptr,
-                   &Q::values}},
-    {"ZantSCPLD", {S::create, &S::qsfpRegisterMap, &S::sfpRegisterMap, &S::qsfpPortLedsRegMap, nullptr,
-                   &S::sfpRegisterLimits, &S::values}},
-    {"ZantYCPLD", {Y::create, &Y::qsfpRegisterMap, &Y::sfpRegisterMap, &Y::qsfpPortLedsRegMap, nullptr,
-                   &Y::sfpRegisterLimits, &Y::values}},
+    {"ZantCCPLD", {ZantCCPLD::create, &ZantCCPLD::qsfpRegisterLimits, nullptr}},
+    {"ZantQCPLD", {ZantQCPLD::create, &ZantQCPLD::qsfpRegisterLimits, nullptr}},
+    {"ZantSCPLD", {ZantSCPLD::create, nullptr, &ZantSCPLD::sfpRegisterLimits}},
+    {"ZantYCPLD", {ZantYCPLD::create, nullptr, &ZantYCPLD::sfpRegisterLimits}},
 };
 
-TEST(ZantCPLDTables, EveryTableMatchesTheTranscription) {
-  for (const auto& [name, v] : kVariants) {
-    SCOPED_TRACE(name);
-    const Json& t = kTables[name.c_str()];
-    EXPECT_EQ(flat(t, "qsfpRegisterMap"), flat(v.qsfpRegisterMap));
-    EXPECT_EQ(flat(t, "sfpRegisterMap"), flat(v.sfpRegisterMap));
-    EXPECT_EQ(flat(t, "qsfpRegisterLimits"), flat(v.qsfpRegisterLimits));
-    EXPECT_EQ(flat(t, "sfpRegisterLimits"), flat(v.sfpRegisterLimits));
-    EXPECT_EQ(flat(t, "qsfpPortLedsRegMap"), flat(v.qsfpPortLedsRegMap));
-    std::map<uint32_t, uint32_t> values;
-    for (const auto& [reg, value] : v.values ? *v.values : Utils::ExpectedValues()) {
-      EXPECT_TRUE(value.isNumeric() && value.size() == 1) << reg;
-      values[reg] = value.value();
-    }
-    EXPECT_EQ(pairs(flat(t, "values")), values);
-  }
-  EXPECT_EQ(num(kTables["ZantYCPLD"]["systemLedRegister"]), Y::SYSTEM_LED_REGISTER);
-}
-
-DriverArgs objectArgs(const Json& driverArgs, bool poll) {
+// The variant's device as the device model creates it: factory, simulation
+// wiring, init().
+CelXcvrCPLD* create(const std::string& variant, Ham::Ham* ham, bool poll) {
   DriverArgs args;
-  for (const auto& m : driverArgs.GetObject()) args.driverArgs[m.name.GetString()] = m.value.GetString();
   if (poll) args.driverArgs["xcvrPoll"] = "";
-  return args;
-}
-
-// The variant's device, created and wired as HardwareDevice::create does.
-CelXcvrCPLD* make(const std::string& variant, Ham::Ham* ham, bool poll = true) {
-  auto* cpld = static_cast<CelXcvrCPLD*>(kVariants.at(variant).create(objectArgs(Json(rapidjson::kObjectType), poll), ham));
-  if (ham != nullptr) {
-    ham->setDriverName(variant, "");
-    ham->setExpected(cpld->expectedValues());
-  }
+  auto* cpld = static_cast<CelXcvrCPLD*>(kVariants.at(variant).create(args, ham));
+  ham->setDriverName(variant, "");
+  ham->setExpected(cpld->expectedValues());
   cpld->init();
   return cpld;
 }
 
-class ZantCPLD : public ::testing::Test {
- protected:
-  void SetUp() override { FakeHost::reset(); }
-  void TearDown() override { LD::Led::notifyList_.clear(); }
-};
+// The maps and the port-LED list as a polling device installs them.
+TEST(ZantCPLDTables, EveryTableMatchesTheTranscription) {
+  for (const auto& [name, v] : kVariants) {
+    SCOPED_TRACE(name);
+    FakeHam ham;
+    std::unique_ptr<CelXcvrCPLD> cpld(create(name, &ham, true));
+    const Json& t = kTables[name.c_str()];
+    EXPECT_EQ(flat(t, "qsfpRegisterMap"), flat(cpld->registerMaps.at(CelXcvrCPLD::QSFP_MAP)));
+    EXPECT_EQ(flat(t, "sfpRegisterMap"), flat(cpld->registerMaps.at(CelXcvrCPLD::SFP_MAP)));
+    EXPECT_EQ(flat(t, "qsfpPortLedsRegMap"), flat(cpld->portLedsRegMap));
+    EXPECT_EQ(flat(t, "qsfpRegisterLimits"), flat(v.qsfpRegisterLimits));
+    EXPECT_EQ(flat(t, "sfpRegisterLimits"), flat(v.sfpRegisterLimits));
+    std::map<uint32_t, uint32_t> transcribed, values;
+    for (const Json& p : member(t, "values").GetArray()) transcribed.emplace(num(p[0]), num(p[1]));
+    for (const auto& [reg, value] : *cpld->expectedValues()) {
+      EXPECT_TRUE(value.isNumeric() && value.size() == 1) << reg;
+      values[reg] = value.value();
+    }
+    EXPECT_EQ(transcribed, values);
+  }
+  EXPECT_EQ(num(kTables["ZantYCPLD"]["systemLedRegister"]), ZantYCPLD::SYSTEM_LED_REGISTER);
+}
 
 // A transport whose response ids do not start at 0 (entries of its own in front).
-struct OffsetHam : FakeHam {
+struct ShiftedIdsHam : FakeHam {
   ResponseId addRead8(uint32_t reg) override { return FakeHam::addRead8(reg) + 100; }
   uint8_t get8(ResponseId id) override { return FakeHam::get8(id - 100); }
 };
 
-TEST_F(ZantCPLD, OnePollReadsEveryMappedRegisterInOneTransaction) {
-  const std::map<std::string, std::string> ledFailure = {{"ZantSCPLD", "131"}, {"ZantYCPLD", "96"}};
-  for (const auto& [name, v] : kVariants) {
-    SCOPED_TRACE(name);
-    FakeHost::reset();
-    OffsetHam ham;
-    ham.failOn = {{0x383, 6}, {0xA260, 6}};
-    Numbers regs = flat(v.qsfpRegisterMap), sfp = flat(v.sfpRegisterMap), leds = flat(v.qsfpPortLedsRegMap);
-    regs.insert(regs.end(), sfp.begin(), sfp.end());
-    FakeHam::Calls poll{C::prepare()}, ledWrites;
-    for (uint32_t reg : regs) poll.push_back(C::read8(reg));
-    poll.push_back(C::execute());
-    for (uint32_t reg : leds) ledWrites.push_back(C::write8(reg, name == "ZantYCPLD" ? 0x00 : 0xFF));
-    for (uint32_t reg : regs) ham.values[reg] = (reg * 7) & 0xFF;
-    std::unique_ptr<CelXcvrCPLD> cpld(make(name, &ham));
-    EXPECT_EQ(poll, FakeHam::Calls(ham.calls.begin(), ham.calls.begin() + poll.size()));
-    EXPECT_EQ(ledWrites, ham.writes());
-    EXPECT_EQ(ledFailure.count(name), FakeHost::countTrace("Failed to write QSFP Port Error LED Register: " +
-                                                           (ledFailure.count(name) ? ledFailure.at(name) : ""), 0));
-    for (uint32_t reg : regs) EXPECT_EQ(ham.values[reg], cpld->registerCache[reg]) << reg;
-    const pl_timer_handle timer = FakeHost::timerSets().back().timer;
-    EXPECT_EQ(1000u, FakeHost::timer(timer).interval);
-
-    // A failed poll keeps the image; the next tick refreshes it.
-    for (uint32_t reg : regs) ham.values[reg] ^= 0xFF;
-    const auto image = cpld->registerCache;
-    ham.executeResults = {6};
-    FakeHost::fire(timer);
-    EXPECT_EQ(image, cpld->registerCache);
-    EXPECT_TRUE(FakeHost::hasTrace("Failed to poll information for CelXcvrCPLD", 0));
-    FakeHost::fire(timer);
-    for (uint32_t reg : regs) EXPECT_EQ(ham.values[reg], cpld->registerCache[reg]) << reg;
-    EXPECT_TRUE(FakeHost::timer(timer).armed);
-  }
-  FakeHam ham;  // without "xcvrPoll": no poll, no timer, the port LEDs still set
-  FakeHost::reset();
-  std::unique_ptr<CelXcvrCPLD> cpld(make("ZantSCPLD", &ham, false));
-  EXPECT_EQ((FakeHam::Calls{C::write8(0x383, 0xFF), C::write8(0x384, 0xFF), C::write8(0x385, 0xFF)}), ham.writes());
-  EXPECT_EQ(FakeHam::Calls{}, ham.callsOf({FakeHam::Op::Read8}));
-  EXPECT_TRUE(FakeHost::timerSets().empty());
-}
-
-// Each host callback of a port's table, by the name of its table member.
-using Callback = std::function<pl_status(pl_xcvr*, int arg, int* out)>;
-const std::map<std::string, Callback> kCallbacks = {
+// The host callbacks of a port's table, by the name of the table member.
+const std::map<std::string, std::function<pl_status(pl_xcvr*, int arg, int* out)>> kCallbacks = {
     {"get_presence", [](pl_xcvr* x, int, int*) { return x->ops->u.sfp.get_presence(x); }},  // first in both
     {"get_reset", [](pl_xcvr* x, int, int* v) { return x->ops->u.qsfp.get_reset(x, v); }},
     {"set_reset", [](pl_xcvr* x, int a, int*) { return x->ops->u.qsfp.set_reset(x, a); }},
@@ -198,141 +129,108 @@ const std::map<std::string, Callback> kCallbacks = {
     {"get_tx_fault", [](pl_xcvr* x, int, int* v) { return x->ops->u.sfp.get_tx_fault(x, v); }},
 };
 
-// Getters answer from the cache without touching the bus; setters write one
-// byte, the cached one with one bit changed.
-TEST_F(ZantCPLD, PortSignalsThroughTheCallbackTable) {
-  for (const Json& row : kCases["ports"].GetArray()) {
-    SCOPED_TRACE(text(row));
-    FakeHam ham;
-    ham.values = registers(row, "polled");
-    for (uint32_t s : flat(row, "initExecute")) ham.executeResults.push_back(s);
-    std::unique_ptr<CelXcvrCPLD> cpld(make(row["cpld"].GetString(), &ham));
-    std::unique_ptr<LD::SfpXcvr> sfp(row.HasMember("sfp") ? cpld->newSfpXcvr(num(row["sfp"]), {}) : nullptr);
-    std::unique_ptr<LD::QsfpXcvr> qsfp(row.HasMember("qsfp") ? cpld->newQsfpXcvr(num(row["qsfp"]), {}) : nullptr);
-    for (const auto& [reg, value] : registers(row, "hardware")) ham.values[reg] = value;
-    for (uint32_t s : flat(row, "execute")) ham.executeResults.push_back(s);
-    ham.calls.clear();
+// One case of cpld-cases.json: a device of the variant and the last object made on it.
+struct Case {
+  explicit Case(const Json& c) : json(c) { fake.stateful = c.HasMember("stateful"); }
+
+  void make(const Json& object) {
+    DriverArgs args;
+    for (const auto& m : member(object, "led", rapidjson::kObjectType).GetObject()) {
+      args.driverArgs[m.name.GetString()] = m.value.GetString();
+    }
+    sfp.reset(object.HasMember("sfp") ? cpld->newSfpXcvr(num(object["sfp"]), args) : nullptr);
+    qsfp.reset(object.HasMember("qsfp") ? cpld->newQsfpXcvr(num(object["qsfp"]), args) : nullptr);
+    led.reset(object.HasMember("led") ? cpld->newLed(args) : nullptr);
+    if (led && led->canBlink()) LD::Led::createBlinkTimer();  // as pl_led_add does
+  }
+  pl_status callback(const std::string& name, int arg) {
+    if (led) return led->handle()->ops->set_light_setting(led->handle(), pl_led_status(arg));
+    return kCallbacks.at(name)(sfp ? sfp->handle() : qsfp->handle(), arg, &value);
+  }
+
+  void act(const Json& step) {
+    for (const auto& [reg, byte] : registers(step, "values")) fake.values[reg] = byte;
+    for (const auto& [reg, status] : registers(step, "failOn")) fake.failOn[reg] = static_cast<pl_status>(status);
+    for (uint32_t status : flat(step, "execute")) fake.executeResults.push_back(status);
     FakeHost::reset();
-    int value = -1;
-    EXPECT_EQ(num(row["result"]), kCallbacks.at(row["op"].GetString())(sfp ? sfp->handle() : qsfp->handle(),
-                                                                         row.HasMember("arg") ? num(row["arg"]) : 0, &value));
-    EXPECT_EQ(row.HasMember("value") ? num(row["value"]) : -1, value);
+    FakeHost::failTimerSet(step.HasMember("timerSetFails"));
+    fake.calls.clear();
+    if (step.HasMember("init")) {
+      const std::string ham = json.HasMember("ham") ? json["ham"].GetString() : "fake";
+      Ham::Ham* access = ham == "fake" ? static_cast<Ham::Ham*>(&fake) : ham == "sim" ? &sim : nullptr;
+      cpld.reset(create(json["cpld"].GetString(), access, !json.HasMember("xcvrPoll")));
+      pollTimer = FakeHost::timerSets().empty() ? 0 : FakeHost::timerSets().back().timer;
+    }
+    if (step.HasMember("object")) make(step["object"]);
+    if (step.HasMember("call")) result = callback(step["call"].GetString(), step.HasMember("arg") ? num(step["arg"]) : 0);
+    if (step.HasMember("tick")) LD::Led::blinkStatus_ = step.HasMember("phase") && step["phase"].GetBool();
+    if (step.HasMember("tick")) FakeHost::fire(std::string(step["tick"].GetString()) == "poll" ? pollTimer : LD::Led::blinkTimer_);
+  }
+
+  void check(const Json& step) {
+    if (step.HasMember("result")) { EXPECT_EQ(num(step["result"]), result); }
+    if (step.HasMember("value")) { EXPECT_EQ(num(step["value"]), value); }
+    if (step.HasMember("null")) { EXPECT_TRUE(!sfp && !qsfp && !led); }
+    if (step.HasMember("blinking")) { EXPECT_EQ(num(step["blinking"]), static_cast<int>(LD::Led::notifyList_.size())); }
+    if (step.HasMember("file")) { EXPECT_EQ(step["file"].GetString(), readFile(dir.file(json["cpld"].GetString()))); }
+    for (const auto& [reg, byte] : registers(step, "cache")) EXPECT_EQ(byte, cpld->registerCache.at(reg)) << reg;
+    for (const auto& m : member(step, "traces", rapidjson::kObjectType).GetObject()) {
+      std::vector<std::string> texts;
+      for (const Json& t : m.value.GetArray()) texts.push_back(t.GetString());
+      EXPECT_EQ(texts, FakeHost::traceTexts(num(m.name))) << "level " << m.name.GetString();
+    }
+    Numbers timerSets;
+    for (const FakeHost::TimerSet& set : FakeHost::timerSets()) timerSets.push_back(set.interval);
+    if (step.HasMember("timerSets")) { EXPECT_EQ(flat(step, "timerSets"), timerSets); }
     FakeHam::Calls calls;
-    for (const C& write : writes(row)) calls.insert(calls.end(), {C::prepare(), write, C::execute()});
-    EXPECT_EQ(calls, ham.calls);
-    for (const auto& [reg, byte] : registers(row, "cache")) EXPECT_EQ(byte, cpld->registerCache[reg]);
-    EXPECT_EQ(row.HasMember("trace") ? std::vector<std::string>{row["trace"].GetString()} : std::vector<std::string>{},
-              FakeHost::traceTexts(5));
+    for (const Json& c : member(step, "calls").GetArray()) calls.push_back(call(c));
+    if (step.HasMember("calls")) { EXPECT_EQ(calls, fake.calls); }
   }
-}
 
-TEST_F(ZantCPLD, LedSettingsThroughTheCallbackTable) {
-  for (const Json& row : kCases["leds"].GetArray()) {
-    SCOPED_TRACE(text(row));
-    FakeHam ham;
-    ham.values = registers(row, "read");
-    std::unique_ptr<CelXcvrCPLD> cpld(make(row["cpld"].GetString(), &ham, false));
-    for (uint32_t s : flat(row, "execute")) ham.executeResults.push_back(s);
-    ham.calls.clear();
-    std::unique_ptr<LD::Led> led(cpld->newLed(objectArgs(row["led"], false)));
-    if (row.HasMember("status")) {
-      ASSERT_NE(nullptr, led);
-      EXPECT_EQ(num(row["result"]), led->handle()->ops->set_light_setting(led->handle(), pl_led_status(num(row["status"]))));
-      EXPECT_EQ(writes(row), ham.writes());
-    } else {
-      EXPECT_EQ(nullptr, led);
+  void run() {
+    int index = 0;
+    for (const Json& step : json["steps"].GetArray()) {
+      SCOPED_TRACE("step " + std::to_string(index++));
+      act(step);
+      check(step);
     }
-    for (const Json& t : row["traces"].GetArray()) EXPECT_EQ(num(t[1]), FakeHost::traceLevel(t[0].GetString()));
+    LD::Led::notifyList_.clear();  // the LED goes away with the case
   }
-}
 
-// PSU LED 1 blinks on bit 2 of 0x303 through the process's one blink timer.
-TEST_F(ZantCPLD, PsuLedBeaconBlinksUntilAnotherStatus) {
-  FakeHam ham;
-  ham.stateful = true;
-  std::unique_ptr<CelXcvrCPLD> cpld(make("ZantSCPLD", &ham, false));
-  DriverArgs psu1;
-  psu1.driverArgs = {{"id", "1"}, {"type", "psu"}};
-  std::unique_ptr<LD::Led> led(cpld->newLed(psu1));
-  ASSERT_TRUE(led->canBlink());
-  LD::Led::createBlinkTimer();
-  auto set = [&](pl_led_status s) { ham.calls.clear(); return led->handle()->ops->set_light_setting(led->handle(), s); };
-  auto tick = [&](bool on) { LD::Led::blinkStatus_ = on; FakeHost::fire(LD::Led::blinkTimer_); return ham.values[0x303]; };
-  const std::list<LD::Led*> blinking{led.get()}, none;
+  const Json& json;
+  TempDir dir;  // KELDOLIB_SIMDIR of a simulated case
+  ShiftedIdsHam fake;
+  Ham::SimHam sim;
+  std::unique_ptr<CelXcvrCPLD> cpld;
+  std::unique_ptr<LD::SfpXcvr> sfp;
+  std::unique_ptr<LD::QsfpXcvr> qsfp;
+  std::unique_ptr<LD::Led> led;
+  pl_timer_handle pollTimer = 0;
+  pl_status result = -1;
+  int value = -1;  // a getter's output; -1 when untouched
+};
 
-  EXPECT_EQ(0, set(PL_LED_BEACON));
-  EXPECT_EQ(0x04u, ham.values[0x303]);
-  EXPECT_EQ(0, set(PL_LED_BEACON));
-  EXPECT_EQ(FakeHam::Calls{}, ham.writes());
-  EXPECT_EQ(blinking, LD::Led::notifyList_);
-  EXPECT_EQ(0x00u, tick(true));
-  EXPECT_EQ(0x04u, tick(false));
-  EXPECT_EQ(0, set(PL_LED_GOOD));
-  EXPECT_EQ(none, LD::Led::notifyList_);
-  EXPECT_EQ(0x00u, ham.values[0x303]);
-
-  // A failed blink write takes the LED off the list, yet it still counts as
-  // blinking: "Beacon" writes nothing until another status came between.
-  EXPECT_EQ(0, set(PL_LED_BEACON));
-  ham.executeResults = {PL_STATUS_OK, 6};
-  tick(true);
-  EXPECT_EQ(none, LD::Led::notifyList_);
-  EXPECT_EQ(0, set(PL_LED_BEACON));
-  EXPECT_EQ(FakeHam::Calls{}, ham.writes());
-}
-
-// In simulation each variant's file holds its power-on image, and the ports
-// report the presence that image implies.
-TEST_F(ZantCPLD, SimulatedBoardsShowTheirPowerOnImage) {
-  TempDir dir;
-  setenv("KELDOLIB_SIMDIR", dir.path().c_str(), 1);
-  Ham::SimHam::forgetSimulationDirectory();
-  for (const Json& row : kCases["simulation"].GetArray()) {
-    const std::string name = row["cpld"].GetString();
-    SCOPED_TRACE(name);
-    Ham::SimHam ham;
-    std::unique_ptr<CelXcvrCPLD> cpld(make(name, &ham));
-    EXPECT_EQ(row["file"].IsNull() ? "" : row["file"].GetString(), readFile(dir.file(name)));
-    const pl_timer_handle timer = FakeHost::timerSets().back().timer;
-    FakeHost::reset();
-    FakeHost::fire(timer);
-    EXPECT_EQ(num(row["warningsPerPoll"]), static_cast<int>(FakeHost::traceTexts(0).size()));
-    for (const char* family : {"qsfp", "sfp"}) {
-      Numbers present;
-      for (int id = 1; row.HasMember(family) && id <= num(row[family]["ports"]); ++id) {
-        std::unique_ptr<LD::SfpXcvr> sfp(family[0] == 's' ? cpld->newSfpXcvr(id, {}) : nullptr);
-        std::unique_ptr<LD::QsfpXcvr> qsfp(family[0] == 'q' ? cpld->newQsfpXcvr(id, {}) : nullptr);
-        if ((sfp ? sfp->getPresence() : qsfp->getPresence()) == 1) present.push_back(id);
-      }
-      EXPECT_EQ(row.HasMember(family) ? flat(row[family], "present") : Numbers(), present) << family;
-    }
-    DriverArgs status;
-    status.driverArgs = {{"id", "1"}, {"type", "status"}};
-    std::unique_ptr<LD::Led> led(cpld->newLed(status));
-    EXPECT_EQ(num(row["systemLedGood"]), led->setLightSetting(PL_LED_GOOD));
-  }
-  Ham::SimHam::forgetSimulationDirectory();
-}
-
-// Configuration errors stop the host, one death test per component.
-void expectConfigurationErrors(const std::string& component) {
+void runCases(const char* group, const std::string& component = "") {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  for (const Json& row : kCases["deaths"].GetArray()) {
-    if (component != row["component"].GetString()) continue;
-    SCOPED_TRACE(text(row));
-    auto run = [&row] {
-      FakeHam ham;
-      FakeHost::failTimerSet(row.HasMember("timerSetFails"));
-      CelXcvrCPLD* cpld = make(row["cpld"].GetString(), row.HasMember("noHam") ? nullptr : &ham, !row.HasMember("noPoll"));
-      const std::string what = row["make"].GetString();
-      if (what == "led") cpld->newLed(objectArgs(row["driverArgs"], false));
-      if (what == "qsfp") cpld->newQsfpXcvr(num(row["id"]), {});
-      if (what == "sfp") cpld->newSfpXcvr(num(row["id"]), {});
-    };
-    EXPECT_DEATH(run(), testing::HasSubstr(std::string("Assertion `") + row["assertion"].GetString() + "' failed"));
+  for (const Json& c : kCases[group].GetArray()) {
+    SCOPED_TRACE(c["name"].GetString());
+    Case run(c);
+    setenv("KELDOLIB_SIMDIR", run.dir.path().c_str(), 1);
+    Ham::SimHam::forgetSimulationDirectory();
+    if (!c.HasMember("assertion")) {
+      run.run();
+    } else if (component == c["component"].GetString()) {
+      EXPECT_DEATH(run.run(), testing::HasSubstr(std::string("Assertion `") + c["assertion"].GetString() + "' failed"));
+    }
   }
 }
-TEST(CelXcvrCPLDDeathTest, LedArgumentsPortsWithoutPollingAndTimersStopTheHost) { expectConfigurationErrors("CelXcvrCPLD"); }
-TEST(ZantCPLDsDeathTest, PortIdsOutOfRangeStopTheHost) { expectConfigurationErrors("variants"); }
+
+TEST(ZantCPLD, PortsMapToTheirBlockAndBitAndInvertActiveLowSignals) { runCases("ports"); }
+TEST(ZantCPLD, OnePollPerTickReadsEveryMappedRegisterInOneTransaction) { runCases("polls"); }
+TEST(ZantCPLD, LedEncodingsAndBlinking) { runCases("leds"); }
+TEST(ZantCPLD, SimulatedBoardsShowTheirPowerOnImage) { runCases("simulation"); }
+// Configuration errors stop the host.
+TEST(CelXcvrCPLDDeathTest, LedArgumentsPortsWithoutPollingTimersAndAccess) { runCases("deaths", "CelXcvrCPLD"); }
+TEST(ZantCPLDsDeathTest, PortIdsOutOfRange) { runCases("deaths", "ZantCPLDs"); }
 
 }  // namespace
