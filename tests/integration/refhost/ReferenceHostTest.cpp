@@ -36,7 +36,9 @@ TEST(ReferenceHost, ReportsEveryObjectOfTheExampleBoard) {
   for (const char* line : {"pl_system_init       0", "pl_smbus_init        0", "psu1-present             bit=1",
                            "psu1-power-good          bit=1", "psu1-eeprom              readByte=0x54",
                            "psu1-vout-mode           readByte=0x17", "board-temperature        readByte=0x27",
-                           "0 failure(s)"}) {
+                           "sfp5                     family=sfp present=0 rxLos=1 txFault=0 txDisable=1",
+                           "qsfp1                    family=qsfp present=1 reset=0 lpMode=0 interrupt=0",
+                           "system-led               setGood=0", "0 failure(s)"}) {
     EXPECT_NE(out.find(line), std::string::npos) << "missing: " << line << "\n" << out;
   }
   // Every proxied read behind the PCA9548 travels as select, read, reset.

@@ -38,15 +38,17 @@ const Json& member(const Json& row, const char* key, rapidjson::Type type = rapi
   return type == rapidjson::kArrayType ? emptyArray : emptyObject;
 }
 // The numbers of a member, nested arrays flattened.
-void flatten(const Json& v, Numbers& out) {
-  if (!v.IsArray()) return out.push_back(num(v));
-  for (const Json& e : v.GetArray()) flatten(e, out);
-}
-Numbers flat(const Json& row, const char* key) {
-  Numbers out;
-  flatten(member(row, key), out);
+Numbers flat(const Json& v, Numbers out = {}) {
+  for (const Json& e : v.GetArray()) {
+    if (e.IsArray()) {
+      out = flat(e, std::move(out));
+    } else {
+      out.push_back(num(e));
+    }
+  }
   return out;
 }
+Numbers flat(const Json& row, const char* key) { return flat(member(row, key)); }
 template <typename T>
 Numbers flat(const std::vector<T>* table) { return table ? Numbers(table->begin(), table->end()) : Numbers(); }
 std::map<uint32_t, uint32_t> registers(const Json& row, const char* key) {
@@ -103,8 +105,18 @@ TEST(ZantCPLDTables, EveryTableMatchesTheTranscription) {
       values[reg] = value.value();
     }
     EXPECT_EQ(transcribed, values);
+    DriverArgs gpio;  // the CPLD as the register device of GPIO lines: no driver of its own
+    gpio.driverArgs = {{"type", "gpio"}, {"xcvrPoll", ""}};
+    std::unique_ptr<Component::HardwareDevice> device(v.create(gpio, &ham));
+    EXPECT_EQ(nullptr, dynamic_cast<CelXcvrCPLD*>(device.get()));
   }
   EXPECT_EQ(num(kTables["ZantYCPLD"]["systemLedRegister"]), ZantYCPLD::SYSTEM_LED_REGISTER);
+}
+
+TEST(CelXcvrCPLD, PortsBeyondTheLastLimitLeaveTheBitAlone) {
+  unsigned char block = 0, bit = 9;
+  CelXcvrCPLD::computeOffsetAndBitpos({8, 16}, 16, block, bit);
+  EXPECT_EQ(std::make_pair(2, 9), std::make_pair(int(block), int(bit)));
 }
 
 // A transport whose response ids do not start at 0 (entries of its own in front).
