@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -75,6 +76,29 @@ class ProxyDaemon {
   }
   bool connected() const { return _plSock != nullptr; }
   const std::string& dir() const { return dir_; }
+  // Nanoseconds the daemon has run on a CPU so far (the scheduler's own count).
+  uint64_t cpuNanoseconds() const {
+    std::ifstream in("/proc/" + std::to_string(pid_) + "/schedstat");
+    uint64_t ns = 0;
+    in >> ns;
+    return ns;
+  }
+  // Adds to a benchmark the daemon's CPU time per iteration, as "daemon_cpu"
+  // (nanoseconds), measured from now to the end of the benchmark's loop.
+  class CpuCounter {
+   public:
+    CpuCounter(const ProxyDaemon& daemon, benchmark::State& state)
+        : daemon_(daemon), state_(state), start_(daemon.cpuNanoseconds()) {}
+    ~CpuCounter() {
+      state_.counters["daemon_cpu"] = benchmark::Counter(static_cast<double>(daemon_.cpuNanoseconds() - start_),
+                                                          benchmark::Counter::kAvgIterations);
+    }
+
+   private:
+    const ProxyDaemon& daemon_;
+    benchmark::State& state_;
+    uint64_t start_;
+  };
 
  private:
   std::string dir_, socket_;
@@ -96,30 +120,37 @@ inline void initialize(int argc, char** argv) {
   benchmark::Initialize(&count, args.data());
 }
 
-// Console output as usual, plus the time per iteration of every run and
-// aggregate (nanoseconds), by name.
+// Console output as usual, plus the times per iteration of every run and
+// aggregate (nanoseconds), by name: wall-clock, and the CPU time of the
+// benchmark's thread together with the daemon's ("daemon_cpu", when counted).
 class MedianReporter : public benchmark::ConsoleReporter {
  public:
   MedianReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_ColorTabular : OO_Tabular) {}
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
       if (!run.error_occurred && run.iterations > 0) {
-        perIteration_[run.benchmark_name()] = run.GetAdjustedRealTime();
+        auto daemon = run.counters.find("daemon_cpu");
+        perIteration_[run.benchmark_name()] = {
+            run.GetAdjustedRealTime(),
+            run.GetAdjustedCPUTime() + (daemon != run.counters.end() ? daemon->second.value : 0.0)};
       }
     }
     ConsoleReporter::ReportRuns(runs);
   }
-  // The median of a repeated real-time benchmark (its only run otherwise); 0 when it did not run.
-  double median(const std::string& name) const {
+  // The medians of a repeated real-time benchmark (its only run otherwise):
+  // wall-clock, and CPU time of both ends; 0 when it did not run.
+  double median(const std::string& name) const { return find(name).first; }
+  double cpuMedian(const std::string& name) const { return find(name).second; }
+
+ private:
+  std::pair<double, double> find(const std::string& name) const {
     for (const char* suffix : {"/real_time_median", "/real_time"}) {
       auto it = perIteration_.find(name + suffix);
       if (it != perIteration_.end()) return it->second;
     }
-    return 0.0;
+    return {0.0, 0.0};
   }
-
- private:
-  std::map<std::string, double> perIteration_;
+  std::map<std::string, std::pair<double, double>> perIteration_;
 };
 
 }  // namespace bench
