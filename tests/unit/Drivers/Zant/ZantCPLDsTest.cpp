@@ -116,7 +116,7 @@ TEST(ZantCPLDTables, EveryTableMatchesTheTranscription) {
 TEST(CelXcvrCPLD, PortsBeyondTheLastLimitLeaveTheBitAlone) {
   unsigned char block = 0, bit = 9;
   CelXcvrCPLD::computeOffsetAndBitpos({8, 16}, 16, block, bit);
-  EXPECT_EQ(std::make_pair(2, 9), std::make_pair(int(block), int(bit)));
+  EXPECT_EQ(2 * 256 + 9, block * 256 + bit);
 }
 
 // A transport whose response ids do not start at 0 (entries of its own in front).
@@ -126,20 +126,13 @@ struct ShiftedIdsHam : FakeHam {
 };
 
 // The host callbacks of a port's table, by the name of the table member.
+#define GETTER(family, name) {#name, [](pl_xcvr* x, int, int* v) { return x->ops->u.family.name(x, v); }}
+#define SETTER(family, name) {#name, [](pl_xcvr* x, int a, int*) { return x->ops->u.family.name(x, a); }}
 const std::map<std::string, std::function<pl_status(pl_xcvr*, int arg, int* out)>> kCallbacks = {
     {"get_presence", [](pl_xcvr* x, int, int*) { return x->ops->u.sfp.get_presence(x); }},  // first in both
-    {"get_reset", [](pl_xcvr* x, int, int* v) { return x->ops->u.qsfp.get_reset(x, v); }},
-    {"set_reset", [](pl_xcvr* x, int a, int*) { return x->ops->u.qsfp.set_reset(x, a); }},
-    {"get_lp_mode", [](pl_xcvr* x, int, int* v) { return x->ops->u.qsfp.get_lp_mode(x, v); }},
-    {"set_lp_mode", [](pl_xcvr* x, int a, int*) { return x->ops->u.qsfp.set_lp_mode(x, a); }},
-    {"get_interrupt", [](pl_xcvr* x, int, int* v) { return x->ops->u.qsfp.get_interrupt(x, v); }},
-    {"get_mod_sel", [](pl_xcvr* x, int, int* v) { return x->ops->u.qsfp.get_mod_sel(x, v); }},
-    {"set_mod_sel", [](pl_xcvr* x, int a, int*) { return x->ops->u.qsfp.set_mod_sel(x, a); }},
-    {"get_rx_los", [](pl_xcvr* x, int, int* v) { return x->ops->u.sfp.get_rx_los(x, v); }},
-    {"get_tx_disable", [](pl_xcvr* x, int, int* v) { return x->ops->u.sfp.get_tx_disable(x, v); }},
-    {"set_tx_disable", [](pl_xcvr* x, int a, int*) { return x->ops->u.sfp.set_tx_disable(x, a); }},
-    {"get_tx_fault", [](pl_xcvr* x, int, int* v) { return x->ops->u.sfp.get_tx_fault(x, v); }},
-};
+    GETTER(qsfp, get_reset), SETTER(qsfp, set_reset), GETTER(qsfp, get_lp_mode), SETTER(qsfp, set_lp_mode),
+    GETTER(qsfp, get_interrupt), GETTER(qsfp, get_mod_sel), SETTER(qsfp, set_mod_sel), GETTER(sfp, get_rx_los),
+    GETTER(sfp, get_tx_disable), SETTER(sfp, set_tx_disable), GETTER(sfp, get_tx_fault)};
 
 // One case of cpld-cases.json: a device of the variant and the last object made on it.
 struct Case {
