@@ -248,8 +248,15 @@ int PLSocket::sendRequestWait(Smbus::TransactionRequest* request, Smbus::Transac
     return -1;
   }
   *response = nullptr;
+  auto answer = std::make_unique<Smbus::TransactionResponse>();
+  if (sendRequestWait(*request, *answer) != 0) return -1;
+  *response = answer.release();
+  return 0;
+}
+
+int PLSocket::sendRequestWait(const Smbus::TransactionRequest& request, Smbus::TransactionResponse& response) {
   std::string body;
-  if (!request->SerializeToString(&body)) {
+  if (!request.SerializeToString(&body)) {
     errno = EINVAL;
     return -1;
   }
@@ -267,8 +274,7 @@ int PLSocket::sendRequestWait(Smbus::TransactionRequest* request, Smbus::Transac
   if (writeQueued(Clock::now() + timeout) != 0) return fail(errno);
   if (receiveFrame(Clock::now() + timeout) != 0) return fail(errno);
 
-  auto answer = std::make_unique<Smbus::TransactionResponse>();
-  if (!answer->ParseFromArray(rxBuffer_.data() + kHeaderBytes, static_cast<int>(rxFrameBytes_ - kHeaderBytes))) {
+  if (!response.ParseFromArray(rxBuffer_.data() + kHeaderBytes, static_cast<int>(rxFrameBytes_ - kHeaderBytes))) {
     return fail(EPROTO);
   }
   // Bytes after the answer were sent unasked: the stream is out of step. The
@@ -277,7 +283,6 @@ int PLSocket::sendRequestWait(Smbus::TransactionRequest* request, Smbus::Transac
   if (rxSurplus_) closeConnection();
   // A buffer grown for a large answer is not kept for the life of the host.
   if (rxBuffer_.size() > kReceiveChunk) std::vector<uint8_t>(kReceiveChunk).swap(rxBuffer_);
-  *response = answer.release();
   return 0;
 }
 

@@ -13,6 +13,7 @@ PACKAGES=(
   libcli11-dev            # command lines of the proxy daemon and the host
   binutils                # nm, for the exported-symbol check
   coreutils               # timeout(1), used by runCmd
+  valgrind                # callgrind: instruction counts in docs/performance.md
 )
 
 SUDO=""

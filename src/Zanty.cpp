@@ -8,6 +8,7 @@
 #include "Drivers/LM75.h"
 #include "Drivers/Pmbus.h"
 #include "Drivers/SmbusProxyDriver.h"
+#include "Drivers/Zant/ZantCPLDs.h"
 #include "Ham/KeldoSmbusHam.h"
 #include "Ham/SimHam.h"
 
@@ -22,6 +23,7 @@ std::map<std::string, DriverFactory> driverRows() {
       {"PCA9548", GenericSmbusMux::create},
       {"LM75", LM75::create},
       {"Pmbus", Pmbus::create},
+      {"ZantYCPLD", ZantYCPLD::create},
   };
   if (addExtraDriverRows != nullptr) {
     addExtraDriverRows(rows);

@@ -144,9 +144,13 @@ void KeldoSmbusHam::init() {
   nextResponseId = -1;
 }
 
+// The driver's entries are cleared but kept, so the next transaction reuses
+// their memory (a CPLD poll queues 36 of them every second).
 void KeldoSmbusHam::prepare() {
-  const int queued = request.request_size();
-  request.mutable_request()->DeleteSubrange(prepareRequestCount_, queued - prepareRequestCount_);
+  auto* entries = request.mutable_request();
+  while (entries->size() > prepareRequestCount_) {
+    entries->RemoveLast();
+  }
   answerWidths_.resize(static_cast<size_t>(prepareRequestCount_));
   response.Clear();
   nextResponseId = -1;
@@ -166,21 +170,18 @@ pl_status KeldoSmbusHam::execute() {
     request.set_retrycount(retryCount);
   }
 
-  Smbus::TransactionResponse* raw = nullptr;
   int result = -1;
   if (_plSock != nullptr) {
-    result = _plSock->sendRequestWait(&request, &raw);
+    result = _plSock->sendRequestWait(request, response);  // reuses the last answer's memory
   } else {
     errno = ENOTCONN;  // init never connected; report it like a lost connection
   }
-  std::unique_ptr<Smbus::TransactionResponse> answer(raw);
-  if (result < 0 || !answer) {
-    const int error = result < 0 ? errno : EPROTO;
-    pl_trace(3, "%s: error. %d, %s", "execute", error, std::strerror(error));
+  if (result < 0) {
+    pl_trace(3, "%s: error. %d, %s", "execute", errno, std::strerror(errno));
+    response.Clear();
     return PL_STATUS_UNAVAILABLE;
   }
 
-  response.Swap(answer.get());
   if (response.failure() != 0) {
     pl_trace(3, "%s: failure in response %s", "execute",
              response.has_reason() ? response.reason().c_str() : "unknown reason");

@@ -28,15 +28,6 @@ AccessResult answered(std::string data = {}) { return AccessResult{true, std::mo
 
 }  // namespace
 
-bool BusKey::operator<(const BusKey& other) const {
-  return std::tie(masterType, pciAddress, accelerator, busId) <
-         std::tie(other.masterType, other.pciAddress, other.accelerator, other.busId);
-}
-
-bool BusKey::operator==(const BusKey& other) const {
-  return !(*this < other) && !(other < *this);
-}
-
 std::string BusKey::text() const {
   char buffer[96];
   std::snprintf(buffer, sizeof(buffer), "%s pci 0x%08x accel %u bus %u", masterName(masterType).c_str(),
@@ -190,20 +181,24 @@ Device* Board::device(const DeviceKey& key) {
   return it == seg->devices.end() ? nullptr : &it->second;
 }
 
-std::vector<Device*> Board::responders(const BusKey& bus, uint8_t address) {
-  std::vector<Device*> found;
-  if (Segment* seg = segment(bus)) collect(seg->root, address, found);
-  return found;
+// A bus is looked up once per request entry: a root bus (most of them) is
+// its own root segment.
+bool Board::responders(const BusKey& bus, uint8_t address, std::vector<Device*>& found) {
+  found.clear();
+  Segment* seg = segment(bus);
+  if (!seg) return false;
+  Segment* root = seg->root == bus ? seg : segment(seg->root);
+  if (root) collect(*root, address, found);
+  return true;
 }
 
-void Board::collect(const BusKey& key, uint8_t address, std::vector<Device*>& found) {
-  Segment* seg = segment(key);
-  if (!seg) return;
-  for (auto& [deviceAddress, device] : seg->devices) {
+void Board::collect(Segment& seg, uint8_t address, std::vector<Device*>& found) {
+  for (auto& [deviceAddress, device] : seg.devices) {
     if (deviceAddress == address) found.push_back(&device);
     if (!device.isMux()) continue;
     for (const MuxChannel& channel : device.channels()) {
-      if (device.control() & (1u << channel.channel)) collect(channel.bus, address, found);
+      Segment* behind = device.control() & (1u << channel.channel) ? segment(channel.bus) : nullptr;
+      if (behind) collect(*behind, address, found);
     }
   }
 }

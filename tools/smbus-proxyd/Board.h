@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace SmbusProxyd {
@@ -20,8 +21,15 @@ struct BusKey {
   uint32_t accelerator = 0;
   uint32_t busId = 0;
 
-  bool operator<(const BusKey& other) const;
-  bool operator==(const BusKey& other) const;
+  // Inline: every request entry looks its bus up.
+  bool operator<(const BusKey& other) const {
+    return std::tie(masterType, pciAddress, accelerator, busId) <
+           std::tie(other.masterType, other.pciAddress, other.accelerator, other.busId);
+  }
+  bool operator==(const BusKey& other) const {
+    return masterType == other.masterType && pciAddress == other.pciAddress && accelerator == other.accelerator &&
+           busId == other.busId;
+  }
   // "I2C pci 0x00000000 accel 0 bus 3"
   std::string text() const;
 };
@@ -132,9 +140,10 @@ class Board {
   Segment* segment(const BusKey& key);
   // The device declared at this place, whether or not it is reachable now.
   Device* device(const DeviceKey& key);
-  // Devices that hear `address` on the wire of `bus`: the root segment's
-  // devices plus, recursively, those behind every selected channel.
-  std::vector<Device*> responders(const BusKey& bus, uint8_t address);
+  // Devices that hear `address` on the wire of `bus` (into `found`, emptied
+  // first): the root segment's devices plus, recursively, those behind every
+  // selected channel. False when no bus has this key.
+  bool responders(const BusKey& bus, uint8_t address, std::vector<Device*>& found);
 
   template <typename Fn>
   void forEachDevice(Fn fn) {
@@ -144,7 +153,7 @@ class Board {
   }
 
  private:
-  void collect(const BusKey& key, uint8_t address, std::vector<Device*>& found);
+  void collect(Segment& seg, uint8_t address, std::vector<Device*>& found);
 
   std::map<BusKey, Segment> segments_;
 };

@@ -59,40 +59,46 @@ Emulator::Emulator(Board board, EmulatorLimits limits) : board_(std::move(board)
   limits_.defaultRetries = std::min(limits_.defaultRetries, kMaxRetries);
 }
 
-Outcome Emulator::run(const Smbus::TransactionRequest& request, const std::function<bool()>& stopRequested) {
+const Outcome& Emulator::run(const Smbus::TransactionRequest& request, const std::function<bool()>& stopRequested) {
   ++transactions_;
-  Outcome outcome = runAttempts(request, stopRequested);
+  runAttempts(request, stopRequested, outcome_);
   if (log_) log_->flush();
-  return outcome;
+  return outcome_;
 }
 
-Outcome Emulator::runAttempts(const Smbus::TransactionRequest& request, const std::function<bool()>& stopRequested) {
-  Outcome outcome;
+// The outcome is reset field by field: a cleared response keeps the memory of
+// its entries for this answer.
+void Emulator::runAttempts(const Smbus::TransactionRequest& request, const std::function<bool()>& stopRequested,
+                           Outcome& outcome) {
+  outcome.drop = outcome.stopped = false;
+  outcome.delayMs = 0;
+  outcome.notice.clear();
+  outcome.response.Clear();
   const std::optional<uint32_t> retries = retriesFor(request, outcome);
   if (!retries) {
     outcome.response.set_failure(1);
     outcome.response.set_reason(outcome.notice);
-    return outcome;
+    return;
   }
   for (unsigned number = 1;; ++number) {
     if (number > 1 && stopRequested && stopRequested()) {
       outcome.stopped = true;
-      return outcome;
+      return;
     }
     Attempt a = attempt(request, number);
     outcome.delayMs = std::min(outcome.delayMs + a.delayMs, kMaxDelayMs);
     if (a.drop) {
       outcome.drop = true;
-      return outcome;
+      return;
     }
     if (a.ok) {
       for (std::string& data : a.answers) outcome.response.add_response()->set_data(std::move(data));
-      return outcome;
+      return;
     }
     if (a.final || number > *retries) {
       outcome.response.set_failure(1);
       outcome.response.set_reason(a.final ? a.reason : a.reason + "; " + std::to_string(number) + " attempts");
-      return outcome;
+      return;
     }
   }
 }
@@ -116,6 +122,7 @@ std::optional<uint32_t> Emulator::retriesFor(const Smbus::TransactionRequest& re
 
 Emulator::Attempt Emulator::attempt(const Smbus::TransactionRequest& request, unsigned number) {
   Attempt a;
+  a.answers.reserve(static_cast<size_t>(request.request_size()));
   size_t answerBytes = 0;
   for (int i = 0; i < request.request_size(); ++i) {
     const Smbus::Request& entry = request.request(i);
@@ -139,8 +146,8 @@ Emulator::Attempt Emulator::attempt(const Smbus::TransactionRequest& request, un
 
 AccessResult Emulator::runEntry(const Smbus::Request& request, Attempt& attempt) {
   const Address a = decode(request);
-  if (!board_.segment(a.bus)) return failed("unknown bus");
-  std::vector<Device*> heard = board_.responders(a.bus, a.device);
+  std::vector<Device*>& heard = heard_;
+  if (!board_.responders(a.bus, a.device, heard)) return failed("unknown bus");
   if (heard.empty()) return failed("no acknowledge");
   if (heard.size() > 1) return failed("address conflict, " + std::to_string(heard.size()) + " devices answer");
   Device& device = *heard.front();

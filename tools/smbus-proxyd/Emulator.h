@@ -44,7 +44,8 @@ class Emulator {
 
   // `stopRequested` is asked between attempts; when it answers true the
   // transaction is abandoned and the outcome says `stopped`.
-  Outcome run(const Smbus::TransactionRequest& request, const std::function<bool()>& stopRequested = {});
+  // The outcome stays valid until the next run.
+  const Outcome& run(const Smbus::TransactionRequest& request, const std::function<bool()>& stopRequested = {});
 
   Board& board() { return board_; }
   // A fault acting on every device that has none of its own.
@@ -62,7 +63,8 @@ class Emulator {
     std::vector<std::string> answers;
   };
 
-  Outcome runAttempts(const Smbus::TransactionRequest& request, const std::function<bool()>& stopRequested);
+  void runAttempts(const Smbus::TransactionRequest& request, const std::function<bool()>& stopRequested,
+                   Outcome& outcome);
   // The retries this transaction gets: its own count or the default, cut to
   // what the entry-run bound leaves; nullopt when not even one attempt fits.
   std::optional<uint32_t> retriesFor(const Smbus::TransactionRequest& request, Outcome& outcome) const;
@@ -76,6 +78,8 @@ class Emulator {
   std::optional<Fault> anyDeviceFault_;
   TransactionLog* log_ = nullptr;
   uint64_t transactions_ = 0;
+  Outcome outcome_;
+  std::vector<Device*> heard_;  // the devices that hear the current entry; kept to spare an allocation per entry
 };
 
 }  // namespace SmbusProxyd

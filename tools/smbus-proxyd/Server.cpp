@@ -283,7 +283,7 @@ void Server::process(Connection& c) {
 // frame.
 void Server::processFrame(Connection& c) {
   const size_t length = kHeaderBytes + frameLength(c.in);
-  Smbus::TransactionRequest request;
+  Smbus::TransactionRequest& request = request_;
   const bool parsed = request.ParseFromArray(c.in.data() + kHeaderBytes, static_cast<int>(length - kHeaderBytes));
   std::string(c.in, length).swap(c.in);
   release(c.frameCharge);
@@ -294,7 +294,7 @@ void Server::processFrame(Connection& c) {
     notices_.say("closed a client: its request does not parse");
     return close(c);
   }
-  Outcome outcome = emulator_.run(request, [this] { return stopRequested(); });
+  const Outcome& outcome = emulator_.run(request, [this] { return stopRequested(); });
   if (!outcome.notice.empty()) notices_.say(outcome.notice);
   if (outcome.stopped) {
     stopping_ = true;

@@ -13,6 +13,7 @@
 #include <list>
 #include <string>
 
+#include "KeldoUtil/Smbus.pb.h"
 #include "Notices.h"
 
 namespace SmbusProxyd {
@@ -90,6 +91,8 @@ class Server {
   Clock::time_point acceptPausedUntil_;  // out of descriptors: no accept before this
   uint64_t charged_ = 0;                 // the memory budget in use, over all connections
   std::list<Connection> connections_;
+  // Every frame is parsed into it, so the memory of its entries serves the next one.
+  Smbus::TransactionRequest request_;
 };
 
 }  // namespace SmbusProxyd

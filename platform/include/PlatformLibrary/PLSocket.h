@@ -30,6 +30,9 @@ class PLSocket {
   // response that the caller deletes, or -1 with errno set and no response.
   // A broken connection is re-established by the next call.
   int sendRequestWait(Smbus::TransactionRequest* request, Smbus::TransactionResponse** response);
+  // The same, with the answer parsed into `response`, which keeps the memory of
+  // its entries from one call to the next. On failure its contents are undefined.
+  int sendRequestWait(const Smbus::TransactionRequest& request, Smbus::TransactionResponse& response);
 
   // KELDO_SMBUS_SOCKET when set, else /run/keldo/smbus-proxy.sock.
   static std::string socketPath();

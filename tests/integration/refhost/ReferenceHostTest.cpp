@@ -38,7 +38,9 @@ TEST(ReferenceHost, ReportsEveryObjectOfTheExampleBoard) {
                            "psu1-vout-mode           readByte=0x17", "board-temperature        readByte=0x20",
                            "inlet                    temperature=32.5C",
                            "psu1                     powerOk=1 vin=230.00V iin=1.50A pin=345.0W vout=12.00V",
-                           "psu2-fan2                speed=9200rpm", "0 failure(s)"}) {
+                           "psu2-fan2                speed=9200rpm",                                                       "sfp5                     family=sfp present=0 rxLos=1 txFault=0 txDisable=1",
+                           "qsfp1                    family=qsfp present=1 reset=0 lpMode=0 interrupt=0",
+                           "system-led               setGood=0", "0 failure(s)"}) {
     EXPECT_NE(out.find(line), std::string::npos) << "missing: " << line << "\n" << out;
   }
   // Every proxied read behind the PCA9548 travels as select, read, reset.
