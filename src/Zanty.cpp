@@ -5,7 +5,10 @@
 
 #include "Drivers/Dummy.h"
 #include "Drivers/GenericSmbusMux.h"
+#include "Drivers/Ipmi.h"
+#include "Drivers/PsuSlot.h"
 #include "Drivers/SmbusProxyDriver.h"
+#include "Ham/IpmiToolHam.h"
 #include "Ham/KeldoSmbusHam.h"
 #include "Ham/SimHam.h"
 
@@ -18,6 +21,8 @@ std::map<std::string, DriverFactory> driverRows() {
       {"GpioDriver", Dummy::create},
       {"SmbusProxyDriver", SmbusProxyDriver::create},
       {"PCA9548", GenericSmbusMux::create},
+      {"PsuSlot", PsuSlot::create},
+      {"Ipmi", Ipmi::create},
   };
   if (addExtraDriverRows != nullptr) {
     addExtraDriverRows(rows);
@@ -39,6 +44,7 @@ const std::map<std::string, HamFactory> hams = {
 };
 
 const std::map<std::string, IpmiHamFactory> ipmiHams = {
+    {"IpmiTool", IpmiToolHam::create},
 };
 
 }  // namespace Ham

@@ -80,6 +80,16 @@ pl_status runCmd(const char* command, std::string& output, unsigned int timeoutS
   }
 }
 
+const std::string* findArg(const DriverArgs& args, const std::string& key) {
+  const auto it = args.driverArgs.find(key);
+  return it == args.driverArgs.end() ? nullptr : &it->second;
+}
+
+bool isTrueArg(const DriverArgs& args, const std::string& key) {
+  const std::string* text = findArg(args, key);
+  return text != nullptr && *text == "true";
+}
+
 std::string trim(const std::string& text) {
   static const char blanks[] = " \t";
   const std::string::size_type first = text.find_first_not_of(blanks);

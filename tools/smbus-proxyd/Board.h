@@ -91,6 +91,7 @@ class Device {
   AccessResult applyToRegisters(const Access& access);
   AccessResult applyToMux(const Access& access);
   std::string readRun(uint32_t reg, uint32_t count, uint32_t mask) const;
+  std::string blockRun(const std::string& block, uint32_t count) const;
   void writeRun(uint32_t reg, const std::string& bytes, uint32_t mask);
 
   uint8_t address_;
