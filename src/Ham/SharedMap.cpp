@@ -88,10 +88,11 @@ std::string SharedMap::folded(const std::string& key) const {
   return upper;
 }
 
-// Only a regular file is used (a FIFO under the name would block open() for
-// ever, a directory is no map), and only the file that is under the name once
-// the lock is held: a writer that replaced it meanwhile locked the old one.
-bool SharedMap::open() {
+// Only a regular file is used: a FIFO under the name would block open() for
+// ever, a directory is no map. A writer uses only the file that is under the
+// name once the lock is held (one that replaced it meanwhile held the lock of
+// the old one); a reader may read the old one, which is whole too.
+bool SharedMap::open(bool writing) {
   const int flags = (readOnly_ ? O_RDONLY : O_RDWR) | O_CREAT | O_CLOEXEC | O_NONBLOCK;
   for (int attempt = 0; attempt < kReopenAttempts; ++attempt) {
     const int fd = ::open(path_.c_str(), flags, 0644);
@@ -102,7 +103,7 @@ bool SharedMap::open() {
       ::close(fd);
       return false;
     }
-    if (::stat(path_.c_str(), &named) == 0 && sameFile(opened, named)) {
+    if (!writing || (::stat(path_.c_str(), &named) == 0 && sameFile(opened, named))) {
       fd_ = fd;
       return true;
     }
@@ -147,19 +148,19 @@ bool SharedMap::rewriteOpenFile() {
 }
 
 bool SharedMap::readFromFile() {
-  if (!open()) return false;
+  if (!open(false)) return false;
   const bool read = readOpenFile();
   return close() && read;
 }
 
 bool SharedMap::writeToFile() {
-  if (!open()) return false;
+  if (!open(true)) return false;
   const bool written = rewriteOpenFile();
   return close() && written;
 }
 
 bool SharedMap::replaceFile() {
-  if (!open()) return false;
+  if (!open(true)) return false;
   std::string temporary = path_ + ".XXXXXX";
   const int fd = ::mkostemp(&temporary[0], O_CLOEXEC);
   bool written = fd >= 0;
@@ -184,7 +185,7 @@ bool SharedMap::setAndSave(const std::string& key, const std::string& value, boo
   const std::string trimmedKey = trimWhitespace(key);
   const std::string trimmedValue = trimWhitespace(value);
   if (trimmedKey.empty() || trimmedKey.find_first_of(" \t\r\n") != std::string::npos ||
-      trimmedValue.find('\n') != std::string::npos || !open()) {
+      trimmedValue.find('\n') != std::string::npos || !open(true)) {
     return false;
   }
   if (!readOpenFile()) {

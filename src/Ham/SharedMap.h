@@ -71,7 +71,7 @@ class SharedMap {
 
  private:
   std::string folded(const std::string& key) const;
-  bool open();
+  bool open(bool writing);
   bool close();
   bool readOpenFile();
   bool rewriteOpenFile();

@@ -87,62 +87,71 @@ bool Collector::run(const std::vector<std::string>& arguments, std::string& outp
   return false;
 }
 
-void Collector::collectSensors() {
+void Collector::collectSensors(Entries& sensors) {
   std::string output;
   if (!run({"sensor", "list"}, output, true)) return;
-  std::map<std::string, std::string> readings = parseSensorList(output);
+  Entries readings = parseSensorList(output);
   if (readings.empty()) {
-    report_(options_.ipmitool + " sensor list: no reading in its output; keeping " +
-            std::to_string(sensors_.size()) + " readings");
+    report_(options_.ipmitool + " sensor list: no reading in its output; keeping " + std::to_string(sensors.size()) +
+            " readings");
     return;
   }
-  sensors_ = std::move(readings);
+  sensors = std::move(readings);
 }
 
+// A FRU that the listing names but that cannot be read (an empty bay) is no
+// failure worth a line every pass.
 bool Collector::readFru(const std::string& id, std::string& image) {
   char path[] = "/tmp/keldo-fru-XXXXXX";
   const int fd = ::mkstemp(path);
   if (fd < 0) return false;
-  std::string ignored;
-  bool read = run({"fru", "read", id, path}, ignored, true);
+  const CommandResult result = runBounded({options_.ipmitool, "fru", "read", id, path},
+                                          static_cast<int>(options_.timeoutSeconds * 1000), kMaxOutput);
   image.clear();
-  read = read && Ham::readFromFd(fd, image) && !image.empty() && image.size() <= Ham::IpmiCache::kMaxFruBytes;
+  const bool read = result.succeeded() && Ham::readFromFd(fd, image) && !image.empty() &&
+                    image.size() <= Ham::IpmiCache::kMaxFruBytes;
   ::close(fd);
   ::unlink(path);
   return read;
 }
 
-void Collector::collectFrus() {
+void Collector::collectFrus(Entries& frus) {
   std::string output;
   if (!run({"fru", "print"}, output, false)) return;
-  const std::map<std::string, std::string> listed = parseFruList(output);
+  const Entries listed = parseFruList(output);
   if (listed.empty()) {
-    report_(options_.ipmitool + " fru print: no FRU in its output; keeping " + std::to_string(frus_.size()) + " records");
+    report_(options_.ipmitool + " fru print: no FRU in its output; keeping " + std::to_string(frus.size()) + " records");
     return;
   }
-  std::map<std::string, std::string> records;
+  Entries records;
   for (const auto& [id, name] : listed) {
     const std::string key = Ham::IpmiCache::fruKey(id);
     std::string image;
     if (readFru(id, image)) {
       records[key] = Ham::IpmiCache::fruValue(image, name);
-    } else if (frus_.count(key) != 0) {
-      records[key] = frus_[key];
+    } else if (frus.count(key) != 0) {
+      records[key] = frus[key];  // listed, but its read failed this time
     }
   }
-  frus_ = std::move(records);
+  frus = std::move(records);
 }
 
 bool Collector::pass() {
   Ham::SharedMap config(options_.config, true, false);
   if (!config.readFromFile()) report_("cannot read the requests in " + options_.config);
   if (config.get("hamType") != "ipmiTool") return true;  // nobody asked for anything yet
-  if (config.get("sdr") == "True") collectSensors();
-  collectFrus();
 
   Ham::SharedMap cache(options_.cache, false, true);
-  for (const auto& entry : sensors_) cache.insert(entry.first, entry.second);
-  for (const auto& entry : frus_) cache.insert(entry.first, entry.second);
+  if (!cache.readFromFile()) report_("cannot read " + options_.cache + "; starting from an empty cache");
+  Entries sensors, frus;
+  for (const auto& entry : cache.toMap()) (Ham::IpmiCache::isFruKey(entry.first) ? frus : sensors).insert(entry);
+  if (config.get("sdr") == "True") collectSensors(sensors);
+  collectFrus(frus);
+
+  cache.clear();
+  for (const Entries* part : {&sensors, &frus}) {
+    for (const auto& entry : *part) cache.insert(entry.first, entry.second);
+  }
   if (cache.replaceFile()) return true;
   report_("cannot replace " + options_.cache);
   return false;

@@ -32,18 +32,20 @@ class Collector {
   Collector(Options options, std::function<void(const std::string&)> report);
 
   // False when the cache file could not be replaced. What ipmitool could not
-  // deliver in this pass keeps its value of the last pass that delivered it.
+  // deliver in this pass keeps the entries the cache file holds, so a
+  // collector that restarts while the controller is away loses nothing.
   bool pass();
 
  private:
-  void collectSensors();
-  void collectFrus();
+  using Entries = std::map<std::string, std::string>;
+
+  void collectSensors(Entries& sensors);
+  void collectFrus(Entries& frus);
   bool readFru(const std::string& id, std::string& image);
   bool run(const std::vector<std::string>& arguments, std::string& output, bool needSuccess);
 
   Options options_;
   std::function<void(const std::string&)> report_;
-  std::map<std::string, std::string> sensors_, frus_;  // cache entries of the last good runs
 };
 
 }  // namespace IpmiCollector
