@@ -1,0 +1,90 @@
+// The reference IPMI collector against a fake ipmitool (tests/data/ipmi/bin):
+// normal answers, failure, a hang past the time limit and garbage; then the
+// plug-in's IPMI driver reading what the collector wrote to the fixed paths of
+// a private /var/run. Passes: passes.json.
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+
+#include "ChildProcess.h"
+#include "FakeHost.h"
+#include "Plugin.h"
+#include "TempDir.h"
+#include "keldo/pl_host.h"
+
+namespace {
+
+const std::string kData = KELDO_SOURCE_DIR "/tests/data/ipmi/";
+
+// One collector pass; its exit status and standard error.
+std::pair<int, std::string> collect(const std::string& data, const std::string& mode, std::vector<std::string> args) {
+  TempDir out;
+  args.insert(args.begin(), {KELDO_IPMI_COLLECTOR, "--once", "--timeout", "0.5"});
+  ChildProcess collector(args, {"PATH=" + kData + "bin:" + getenv("PATH"), "FAKE_IPMITOOL_DATA=" + kData + data,
+                                "FAKE_IPMITOOL_MODE=" + mode},
+                         out.file("stderr"));
+  for (int waited = 0; collector.running() && waited < 1000; ++waited) usleep(10000);
+  const int status = collector.stop(SIGKILL);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(out.file("stderr"))};
+}
+
+TEST(IpmiCollector, SurvivesIpmitoolFailingHangingOrPrintingGarbageAndKeepsAWholeCache) {
+  TempDir dir;
+  writeFile(dir.file("config"), "hamType ipmiTool\nsdr True\n");
+  rapidjson::Document passes;
+  passes.Parse(readFile(KELDO_SOURCE_DIR "/tests/integration/collector/passes.json").c_str());
+  for (const auto& pass : passes["passes"].GetArray()) {
+    const auto start = std::chrono::steady_clock::now();
+    const auto [status, stderrText] = collect(pass["data"].GetString(), pass["mode"].GetString(),
+                                              {"--config", dir.file("config"), "--cache", dir.file("cache")});
+    const std::string what = std::string(pass["data"].GetString()) + " " + pass["mode"].GetString();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << what;
+    EXPECT_EQ(status, 0) << what;
+    EXPECT_EQ(readFile(dir.file("cache")), readFile(kData + pass["cache"].GetString())) << what;
+    EXPECT_NE(stderrText.find(pass["stderr"].GetString()), std::string::npos) << what << ": " << stderrText;
+  }
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 2);  // no temporary file left
+}
+
+TEST(IpmiCollector, ThePluginReadsWhatItWroteThroughTheIpmiDriver) {
+  ASSERT_TRUE(enterPrivateVarRun());
+  Plugin plugin(KELDO_PLUGIN);
+  const std::string device = R"({"did": 1, "uid": 1, "driver": "Ipmi", "provideHam": 0, "address": {"address": 0},
+                                 "driverArgs": )";
+  auto add = [&](const char* kind, const std::string& args) {
+    return FakeHost::keep(plugin.sym<void* (*)(const char*)>(kind)((device + args + "}").c_str()));
+  };
+  auto* sensor = FakeHost::keep(plugin.sym<pl_temp_sensor* (*)(const char*, float, float)>("pl_temp_sensor_add")(
+      (device + R"({"sensor": "psu1_temp_1"}})").c_str(), 60, 65));
+  auto* fan = static_cast<pl_fan*>(add("pl_fan_add", R"({"sensor": "FAN_1", "fanTray": 1})"));
+  auto* tray = static_cast<pl_slot*>(add("pl_slot_add", R"({"sensor": "FAN2_REAR"})"));
+  auto* psu = static_cast<pl_psu*>(add("pl_psu_add", R"({"inputVoltageSensor": "PSU1_VIN", "powerOkSensor": "PSU1_STATUS"})"));
+  EXPECT_EQ(readFile("/var/run/ipmiConfig"), "fanTray 1\nhamType ipmiTool\nsdr True\n");
+
+  EXPECT_EQ(collect("normal", "", {}).first, 0);
+  FakeHost::fire(FakeHost::timerSets().back().timer);
+  float celsius = 0, volts = 0;
+  int rpm = 0, ok = 0;
+  EXPECT_EQ(sensor->ops->get_temperature(sensor, &celsius), 0);
+  EXPECT_EQ(celsius, 38.0f);
+  EXPECT_EQ(fan->ops->get_rpm(fan, &rpm), 0);
+  EXPECT_EQ(rpm, 8400);
+  EXPECT_EQ(fan->ops->set_rpm(fan, 5000), PL_STATUS_NOT_PROVIDED);
+  EXPECT_EQ(tray->ops->get_presence(tray, nullptr), 1);
+  EXPECT_EQ(psu->ops->get_input_voltage(psu, &volts), 0);
+  EXPECT_EQ(volts, 229.5f);
+  EXPECT_EQ(psu->ops->get_power_ok(psu, &ok), 0);
+  EXPECT_EQ(ok, 1);
+  EXPECT_EQ(psu->ops->get_output_current(psu, &volts), PL_STATUS_NOT_PROVIDED);
+
+  writeFile("/var/run/ipmiCache", "PSU1_TEMP_1 hot\n");
+  FakeHost::fire(FakeHost::timerSets().back().timer);
+  EXPECT_EQ(sensor->ops->get_temperature(sensor, &celsius), PL_STATUS_UNAVAILABLE);
+  EXPECT_EQ(tray->ops->get_presence(tray, nullptr), 0);
+}
+
+}  // namespace
