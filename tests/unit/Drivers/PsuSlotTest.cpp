@@ -84,16 +84,6 @@ TEST(PsuSlotReaders, FruProductInfoGivesPartNumberAndSerialOrSaysWhatIsWrong) {
   }
 }
 
-TEST(PsuSlotReaders, WedgeBaysReadTheirBitOfThePresenceRegister) {
-  for (const auto& c : cases()["wedge"].GetArray()) {
-    Bay bay({{"psuId", std::to_string(c["psuId"].GetInt())}, {"identificationType", "wedge"}});
-    bay.ham.values[8] = c["presence"].GetUint();
-    const std::string expected = c["identified"].GetBool() ? fdl(c["psuId"].GetInt(), "PWR-WEDGE", "N/A", "PWR-WEDGE", true) : "";
-    EXPECT_EQ(bay.fdl(), expected) << "presence " << c["presence"].GetUint() << ", PSU " << c["psuId"].GetInt();
-    EXPECT_EQ(bay.presence, c["identified"].GetBool() ? 1 : 0);
-  }
-}
-
 TEST(PsuSlotReaders, PmbusKeepsTheCountBytesThatTheModelTableThenSkips) {
   Bay bay({{"psuId", "1"}, {"identificationType", "PMBus"}});
   EXPECT_TRUE(FakeHost::hasTrace("Invalid identification type: 'PMBus'", 0));
@@ -118,44 +108,21 @@ TEST(PsuSlotReaders, PmbusKeepsTheCountBytesThatTheModelTableThenSkips) {
   EXPECT_EQ(bay.slot->readSerialAndModelPmbus(serial, model), 6);
 }
 
-TEST(PsuSlotPresence, AUnitKeepsItsDescriptionUntilItLeavesOrAnotherTakesItsPlace) {
+// A unit swapped between two calls, and the other identification types, are
+// shown through the plug-in's entry points (tests/integration/psuslot).
+TEST(PsuSlotPresence, APresenceLineDecidesBeforeTheUnitIsRead) {
   Bay bay({{"psuId", "2"}, {"identificationType", "tlv"}, {"presenceReg", "16"}, {"presenceBit", "1"},
            {"presenceActiveLow", "true"}});
+  bay.eeprom(readFile(kImages + "tlv-dps550.bin"));
   bay.ham.values[16] = 0x02;
   EXPECT_EQ(bay.fdl(), "");
   EXPECT_EQ(bay.presence, 0);
-
+  EXPECT_TRUE(bay.ham.callsOf({FakeHam::Op::Read}).empty());
   bay.ham.values[16] = 0x00;
-  std::string image = readFile(kImages + "tlv-dps550.bin");
-  bay.eeprom(image);
   EXPECT_EQ(bay.fdl(), fdl(2, "DPS550AB6A", "DSN550A0001", "DPS550AB6A", true));
-  EXPECT_EQ(bay.presence, 1);
-  EXPECT_TRUE(FakeHost::hasTrace("PSU serialNum = 'DSN550A0001'", 0));
-  EXPECT_TRUE(FakeHost::hasTrace("PSU modelName = 'DPS550AB6A'", 0));
-  FakeHost::reset();
-  EXPECT_EQ(bay.fdl(), fdl(2, "DPS550AB6A", "DSN550A0001", "DPS550AB6A", true));
-  EXPECT_EQ(FakeHost::traceTexts(0), std::vector<std::string>{"Using cached fdl"});
-
-  image[23] = '9';  // another unit of the same model, swapped between two calls
-  bay.eeprom(image);
-  EXPECT_EQ(bay.fdl(), fdl(2, "DPS550AB6A", "DSN550A0009", "DPS550AB6A", true));
-  EXPECT_TRUE(FakeHost::hasTrace("PSU serialNum = 'DSN550A0009'", 0));
   bay.ham.failOn[16] = 4;
   EXPECT_EQ(bay.fdl(), "");
   EXPECT_EQ(bay.presence, 4);
-}
-
-TEST(PsuSlotPresence, TheBayPowerGoodLineIsItsPowerSupply) {
-  Bay bay({{"psuId", "1"}, {"identificationType", "wedge"}});
-  Drivers::DriverArgs args;
-  args.driverArgs = {{"powerOkReg", "16"}, {"powerOkBit", "2"}};
-  Component::LogicalDevice::Psu* psu = FakeHost::keep(bay.device->newPsu(args));
-  bay.ham.values[16] = 0x04;
-  int ok = -1;
-  float value = 0;
-  EXPECT_EQ(psu->get_power_ok(&ok), 0);
-  EXPECT_EQ(ok, 1);
-  EXPECT_EQ(psu->get_output_power(&value), PL_STATUS_NOT_PROVIDED);
 }
 
 TEST(PsuSlotDeathTest, ConfigurationErrorsStopTheHost) {
