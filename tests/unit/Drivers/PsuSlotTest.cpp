@@ -1,6 +1,6 @@
-// PSU slots on the fake access method: each identification reader, the
-// presence answer with the description handed to the host, and the
-// configuration errors that stop the host. Cases: psu-slot-cases.json.
+// PSU slots on the fake access method: the bus readers, the FRU parser, the
+// presence line, and the configuration errors that stop the host. Cases:
+// psu-slot-cases.json.
 #include <memory>
 
 #include <gtest/gtest.h>
@@ -52,11 +52,6 @@ struct Bay {
   pl_status presence = -1;
 };
 
-std::string fdl(int psuId, const std::string& model, const std::string& serial, const std::string& row, bool managed) {
-  return "{\"psuId\": " + std::to_string(psuId) + ", \"modelName\": \"" + model + "\", \"serialNum\": \"" + serial +
-         "\", \"fdl\": \"" + row + "\", \"managed\": " + (managed ? "true" : "false") + "}";
-}
-
 TEST(PsuSlotReaders, TlvEepromsStopOnceSerialAndModelAreRead) {
   for (const auto& c : cases()["tlv"].GetArray()) {
     Bay bay({{"psuId", "1"}, {"identificationType", "tlv"}});
@@ -84,45 +79,19 @@ TEST(PsuSlotReaders, FruProductInfoGivesPartNumberAndSerialOrSaysWhatIsWrong) {
   }
 }
 
-TEST(PsuSlotReaders, PmbusKeepsTheCountBytesThatTheModelTableThenSkips) {
-  Bay bay({{"psuId", "1"}, {"identificationType", "PMBus"}});
-  EXPECT_TRUE(FakeHost::hasTrace("Invalid identification type: 'PMBus'", 0));
-  EXPECT_EQ(bay.slot->identificationType(), PsuSlot::PMBUS);
-  // Counts that are printable characters: 45 ('-') and 49 ('1') blank-padded bytes.
-  const std::string model45 = "-" + std::string("DPS550AB6A").append(35, ' ');
-  const std::string serial49 = "1" + std::string("PSN550A0007").append(38, ' ');
-  bay.ham.values = {{0x9A, 45}, {0x9E, 49}};
-  bay.ham.blocks = {{0x9A, model45}, {0x9E, serial49}};
+// What the readers hand on to the model table is shown through the plug-in's
+// entry points (tests/integration/psuslot), swapped units included.
+TEST(PsuSlotReaders, PmbusKeepsTheCountBytesThatLeadTheManufacturerBlocks) {
+  Bay bay({{"psuId", "1"}, {"identificationType", "pmbus"}});
+  bay.ham.values = {{0x9A, 10}, {0x9E, 3}};
+  bay.ham.blocks = {{0x9A, "\x0A" "DPS550AB6A"}, {0x9E, "\x03" "PSN"}};
   std::string serial, model;
   EXPECT_EQ(bay.slot->readSerialAndModelPmbus(serial, model), 0);
-  EXPECT_EQ(model, model45);
-  EXPECT_EQ(serial, serial49);
+  EXPECT_EQ(model + serial, "\x0A" "DPS550AB6A" "\x03" "PSN");
   EXPECT_EQ(bay.ham.calls, (FakeHam::Calls{C::prepare(), C::read8(0x9A), C::read8(0x9E), C::execute(), C::prepare(),
-                                           C::read(0x9A, 46), C::read(0x9E, 50), C::execute()}));
-  EXPECT_EQ(bay.fdl(), fdl(1, "DPS550AB6A", "PSN550A0007", "DPS550AB6A", true));
-
-  bay.ham.blocks[0x9A] = "-XYZ-123";
-  EXPECT_EQ(bay.fdl(), fdl(1, "XYZ-123", "PSN550A0007", "PWR-UNKNOWN", false));
-  EXPECT_TRUE(FakeHost::hasTrace("Unknown modelName. PSU is unmanaged", 0));
+                                           C::read(0x9A, 11), C::read(0x9E, 4), C::execute()}));
   bay.ham.executeResults = {6};
   EXPECT_EQ(bay.slot->readSerialAndModelPmbus(serial, model), 6);
-}
-
-// A unit swapped between two calls, and the other identification types, are
-// shown through the plug-in's entry points (tests/integration/psuslot).
-TEST(PsuSlotPresence, APresenceLineDecidesBeforeTheUnitIsRead) {
-  Bay bay({{"psuId", "2"}, {"identificationType", "tlv"}, {"presenceReg", "16"}, {"presenceBit", "1"},
-           {"presenceActiveLow", "true"}});
-  bay.eeprom(readFile(kImages + "tlv-dps550.bin"));
-  bay.ham.values[16] = 0x02;
-  EXPECT_EQ(bay.fdl(), "");
-  EXPECT_EQ(bay.presence, 0);
-  EXPECT_TRUE(bay.ham.callsOf({FakeHam::Op::Read}).empty());
-  bay.ham.values[16] = 0x00;
-  EXPECT_EQ(bay.fdl(), fdl(2, "DPS550AB6A", "DSN550A0001", "DPS550AB6A", true));
-  bay.ham.failOn[16] = 4;
-  EXPECT_EQ(bay.fdl(), "");
-  EXPECT_EQ(bay.presence, 4);
 }
 
 TEST(PsuSlotDeathTest, ConfigurationErrorsStopTheHost) {

@@ -38,17 +38,14 @@ TEST(SharedMap, GoldenTextsReadAsTheirMapsAndRewriteInKeyOrder) {
     TempDir dir;
     const std::string path = dir.file("cache"), golden = kData + c["file"].GetString();
     writeFile(path, readFile(golden));
-    Ham::SharedMap map(path, false, true), again(path, true, true);
-    ASSERT_TRUE(map.readFromFile() && map.writeToFile() && again.readFromFile()) << golden;
+    Ham::SharedMap map(path, false, true);
+    ASSERT_TRUE(map.readFromFile() && map.writeToFile()) << golden;
     std::map<std::string, std::string> expected;
     for (const auto& m : c["map"].GetObject()) {
       expected[{m.name.GetString(), m.name.GetStringLength()}] = {m.value.GetString(), m.value.GetStringLength()};
     }
     EXPECT_EQ(map.toMap(), expected) << golden;
-    EXPECT_EQ(again.entries(), map.entries()) << golden;
-    if (c.HasMember("rewritten")) {
-      EXPECT_EQ(readFile(path), readFile(kData + c["rewritten"].GetString()));
-    }
+    EXPECT_EQ(readFile(path), readFile(kData + c["rewritten"].GetString())) << golden;
   }
 }
 
@@ -105,8 +102,7 @@ TEST(SharedMap, AReplacingWriterKilledAtAnyMomentLeavesTheLastWholeFile) {
   ASSERT_TRUE(map.replaceFile());
   for (int delayUs = 1000; delayUs < 7000; delayUs += 300) {
     const pid_t writer = child([&] {
-      while (map.replaceFile()) {
-      }
+      while (map.replaceFile()) continue;
       return 1;
     });
     usleep(delayUs);

@@ -8,24 +8,19 @@
 namespace {
 
 template <typename Registry>
-std::vector<std::string> names(const Registry& registry) {
-  std::vector<std::string> keys;
-  for (const auto& row : registry) keys.push_back(row.first);
-  return keys;
-}
-
-std::vector<std::string> listed(const rapidjson::Value& array) {
-  std::vector<std::string> keys;
-  for (const auto& name : array.GetArray()) keys.push_back(name.GetString());
-  return keys;
+void expectRows(const Registry& registry, const rapidjson::Value& names) {
+  std::vector<std::string> rows, expected;
+  for (const auto& row : registry) rows.push_back(row.first);
+  for (const auto& name : names.GetArray()) expected.push_back(name.GetString());
+  EXPECT_EQ(rows, expected);
 }
 
 TEST(Registries, HoldExactlyTheProductRows) {
   rapidjson::Document rows;
   rows.Parse(readFile(KELDO_SOURCE_DIR "/tests/unit/Keldo/registries.json").c_str());
-  EXPECT_EQ(names(Drivers::drivers), listed(rows["drivers"]));
-  EXPECT_EQ(names(Ham::hams), listed(rows["hams"]));
-  EXPECT_EQ(names(Ham::ipmiHams), listed(rows["ipmiHams"]));
+  expectRows(Drivers::drivers, rows["drivers"]);
+  expectRows(Ham::hams, rows["hams"]);
+  expectRows(Ham::ipmiHams, rows["ipmiHams"]);
 }
 
 }  // namespace
