@@ -144,8 +144,8 @@ PsuSlot::Slot::Slot(PsuSlot* device, const FactoryArgs& args) : device_(device),
   presence_ = device->signalOf(args, "presence");
 }
 
-// An unknown type falls back to "pmbus" on purpose: boards predating the
-// other types named none.
+// An unknown type is traced and read as "pmbus", the type of a slot that
+// names none.
 void PsuSlot::Slot::parseIdentificationType() {
   const std::string* text = findArg(args_, "identificationType");
   const std::string name = text != nullptr ? *text : kTypeNames[PMBUS];
