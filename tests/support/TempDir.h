@@ -19,8 +19,7 @@ class TempDir {
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& contents);
 
-// Gives the calling thread, and the processes it starts afterwards, a private
-// mount namespace with an empty tmpfs over /var/run, so that code with fixed
-// paths there (the IPMI cache and configuration) is tested without touching
-// the machine's own. Once per process; false where the system forbids it.
+// An empty private /var/run (a tmpfs in a mount namespace of its own) for the
+// calling thread and the processes it starts: fixed paths there are tested
+// without touching the machine's. False where the system forbids it.
 bool enterPrivateVarRun();

@@ -125,7 +125,6 @@ TEST(SharedMap, AHeldLockFailsTheAccessAfterABoundedWait) {
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(Ham::SharedMap::kLockWaitMs));
   close(holder);
   EXPECT_TRUE(map.readFromFile());
-  EXPECT_EQ(map.get("a"), "1");
 }
 
 }  // namespace

@@ -7,20 +7,18 @@
 
 namespace {
 
-template <typename Registry>
-void expectRows(const Registry& registry, const rapidjson::Value& names) {
-  std::vector<std::string> rows, expected;
-  for (const auto& row : registry) rows.push_back(row.first);
-  for (const auto& name : names.GetArray()) expected.push_back(name.GetString());
-  EXPECT_EQ(rows, expected);
-}
-
 TEST(Registries, HoldExactlyTheProductRows) {
   rapidjson::Document rows;
   rows.Parse(readFile(KELDO_SOURCE_DIR "/tests/unit/Keldo/registries.json").c_str());
-  expectRows(Drivers::drivers, rows["drivers"]);
-  expectRows(Ham::hams, rows["hams"]);
-  expectRows(Ham::ipmiHams, rows["ipmiHams"]);
+  auto expectRows = [&](const auto& registry, const char* name) {
+    std::vector<std::string> names, expected;
+    for (const auto& row : registry) names.push_back(row.first);
+    for (const auto& listed : rows[name].GetArray()) expected.push_back(listed.GetString());
+    EXPECT_EQ(names, expected) << name;
+  };
+  expectRows(Drivers::drivers, "drivers");
+  expectRows(Ham::hams, "hams");
+  expectRows(Ham::ipmiHams, "ipmiHams");
 }
 
 }  // namespace
