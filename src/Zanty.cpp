@@ -6,6 +6,8 @@
 #include "Drivers/Dummy.h"
 #include "Drivers/GenericSmbusMux.h"
 #include "Drivers/Ipmi.h"
+#include "Drivers/LM75.h"
+#include "Drivers/Pmbus.h"
 #include "Drivers/PsuSlot.h"
 #include "Drivers/SmbusProxyDriver.h"
 #include "Ham/IpmiToolHam.h"
@@ -21,6 +23,8 @@ std::map<std::string, DriverFactory> driverRows() {
       {"GpioDriver", Dummy::create},
       {"SmbusProxyDriver", SmbusProxyDriver::create},
       {"PCA9548", GenericSmbusMux::create},
+      {"LM75", LM75::create},
+      {"Pmbus", Pmbus::create},
       {"PsuSlot", PsuSlot::create},
       {"Ipmi", Ipmi::create},
   };

@@ -1,6 +1,7 @@
 #include "Drivers/PsuSlot.h"
 
 #include <algorithm>
+#include <memory>
 #include <cctype>
 #include <iterator>
 #include <stdexcept>
@@ -120,13 +121,16 @@ PsuSlot::Signal PsuSlot::signalOf(const FactoryArgs& args, const std::string& na
   KELDO_ASSERT(bit != nullptr);
   const uint32_t regNumber = static_cast<uint32_t>(std::stoul(*reg)), bitNumber = static_cast<uint32_t>(std::stoul(*bit));
   const std::string* label = findArg(args, "gpioDevice");
-  signal.gpio = label != nullptr ? getRegGpioForDevice(label->c_str(), regNumber, bitNumber)
-                                 : getRegGpioForDevice(this, regNumber, bitNumber);
+  signal.gpio.reset(label != nullptr ? getRegGpioForDevice(label->c_str(), regNumber, bitNumber)
+                                     : getRegGpioForDevice(this, regNumber, bitNumber));
   signal.activeLow = isTrueArg(args, name + "ActiveLow");
   return signal;
 }
 
-Component::LogicalDevice::Slot* PsuSlot::newSlot(const FactoryArgs& args) { return new Slot(this, args); }
+Component::LogicalDevice::Slot* PsuSlot::newSlot(const FactoryArgs& args) {
+  std::unique_ptr<Slot> slot(new Slot(this, args));
+  return slot->readsTheBus() && ham() == nullptr ? nullptr : slot.release();
+}
 
 Component::LogicalDevice::Psu* PsuSlot::newPsu(const FactoryArgs& args) {
   const Signal powerOk = signalOf(args, "powerOk");
@@ -178,7 +182,7 @@ void PsuSlot::Slot::parseIdentificationType() {
       commands_ = {ipmiCmdPrefix_ + " " + *rawSerial, ipmiCmdPrefix_ + " " + *rawModel};
       break;
     default:
-      KELDO_ASSERT(device_->ham() && "PsuSlot identification type reads the unit but the device has no access method");
+      break;
   }
 }
 

@@ -34,7 +34,7 @@ class PsuSlot : public Component::HardwareDevice {
   // read through a GPIO on the slot's own device or on the device that
   // "gpioDevice" labels. Unconfigured when the object gives no register.
   struct Signal {
-    Component::LogicalDevice::Gpio* gpio = nullptr;
+    std::shared_ptr<Component::LogicalDevice::Gpio> gpio;  // made for the slot: its own
     bool activeLow = false;
     bool configured() const { return gpio != nullptr; }
     pl_status read(int* value) const;  // 1 when the line is asserted
@@ -46,6 +46,8 @@ class PsuSlot : public Component::HardwareDevice {
   using HardwareDevice::HardwareDevice;
 
   static Component::HardwareDevice* create(const DriverArgs& args, Ham::Ham* ham);
+  // Null for a slot whose type reads the unit on a device without bus access
+  // ("provideHam": 0).
   Component::LogicalDevice::Slot* newSlot(const FactoryArgs& args) override;
   // The bay's power-good line as a power supply: the readings a bay cannot
   // give answer 5.
@@ -74,6 +76,7 @@ class PsuSlot::Slot : public Component::LogicalDevice::Slot {
   int readSerialAndModelIpmi(std::string& serial, std::string& model);
 
   IdentificationType identificationType() const { return type_; }
+  bool readsTheBus() const { return type_ == PMBUS || type_ == WEDGE || type_ == TLV; }
   const std::string& psuFdl() const { return psuFdl_; }
 
  private:

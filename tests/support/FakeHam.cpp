@@ -17,8 +17,16 @@ const char* opName(FakeHam::Op op) {
 
 }  // namespace
 
+// "prepare", "read16(0x79)", "write16(0x3b, 0x64, flag)", "sendByte(0x3)".
 std::ostream& operator<<(std::ostream& out, const FakeHam::Call& call) {
-  out << opName(call.op) << std::hex << "(reg 0x" << call.reg << ", value 0x" << call.value << std::dec;
+  using Op = FakeHam::Op;
+  out << opName(call.op);
+  if (call.op == Op::Init || call.op == Op::Prepare || call.op == Op::Execute) return out;
+  const bool valueOnly = call.op == Op::SendByte, noValue = call.op == Op::RecvByte ||
+      (call.op >= Op::Read8 && call.op <= Op::Read32) || call.op == Op::ReadBlock || (call.op >= Op::Get8 && call.op <= Op::Get32);
+  out << std::hex << "(0x" << (valueOnly ? call.value : call.reg);
+  if (!valueOnly && !noValue) out << ", 0x" << call.value;
+  out << std::dec;
   if (!call.data.empty()) out << ", data " << std::quoted(call.data);
   return out << (call.flag ? ", flag)" : ")");
 }

@@ -1,6 +1,7 @@
 #include "ObjectReport.h"
 
 #include <cstdio>
+#include <iomanip>
 #include <map>
 #include <sstream>
 #include <vector>
@@ -13,16 +14,24 @@
 
 namespace {
 
-// "name=value" after running a getter, or "name=!<status>" when it failed.
-// The getter runs before the value is formatted.
+// A reading's unit and the decimals it is shown with.
+struct Unit {
+  const char* symbol;
+  int decimals;
+};
+constexpr Unit kNoUnit{"", 0}, kCelsius{"C", 1}, kVolts{"V", 2}, kAmperes{"A", 2}, kWatts{"W", 1}, kRpm{"rpm", 0};
+
+// "name=value" (with the unit for a reading: "vout=12.00V") after running a
+// getter, or "name=!<status>" when it failed. The getter runs before the
+// value is formatted.
 template <typename T, typename Getter>
-std::string field(const char* name, Getter get) {
+std::string field(const char* name, Getter get, Unit unit = kNoUnit) {
   T value{};
   pl_status status = get(&value);
   std::ostringstream out;
   out << name << "=";
   if (status == PL_STATUS_OK) {
-    out << value;
+    out << std::fixed << std::setprecision(unit.decimals) << value << unit.symbol;
   } else {
     out << "!" << status;
   }
@@ -54,20 +63,22 @@ std::string reportSmbus(pl_smbus* o, int command) {
 }
 
 std::string reportTemp(pl_temp_sensor* o) {
-  return field<float>("celsius", [o](float* v) { return o->ops->get_temperature(o, v); });
+  return field<float>("temperature", [o](float* v) { return o->ops->get_temperature(o, v); }, kCelsius);
 }
 
 std::string reportFan(pl_fan* o) {
-  return field<int>("rpm", [o](int* v) { return o->ops->get_rpm(o, v); });
+  return field<int>("speed", [o](int* v) { return o->ops->get_rpm(o, v); }, kRpm);
 }
 
 std::string reportPsu(pl_psu* o) {
   const pl_psu_ops& ops = *o->ops;
   return field<int>("powerOk", [&](int* v) { return ops.get_power_ok(o, v); }) +
-         field<float>("vin", [&](float* v) { return ops.get_input_voltage(o, v); }) +
-         field<float>("vout", [&](float* v) { return ops.get_output_voltage(o, v); }) +
-         field<float>("pin", [&](float* v) { return ops.get_input_power(o, v); }) +
-         field<float>("pout", [&](float* v) { return ops.get_output_power(o, v); });
+         field<float>("vin", [&](float* v) { return ops.get_input_voltage(o, v); }, kVolts) +
+         field<float>("iin", [&](float* v) { return ops.get_input_current(o, v); }, kAmperes) +
+         field<float>("pin", [&](float* v) { return ops.get_input_power(o, v); }, kWatts) +
+         field<float>("vout", [&](float* v) { return ops.get_output_voltage(o, v); }, kVolts) +
+         field<float>("iout", [&](float* v) { return ops.get_output_current(o, v); }, kAmperes) +
+         field<float>("pout", [&](float* v) { return ops.get_output_power(o, v); }, kWatts);
 }
 
 // A slot's text is the description of the unit in it. A JSON object (a PSU

@@ -1,9 +1,11 @@
 #include "Board.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 #include <tuple>
 
+#include "Chips.h"
 #include "KeldoUtil/Smbus.pb.h"
 
 namespace SmbusProxyd {
@@ -52,10 +54,13 @@ std::string DeviceKey::text() const {
   return "device " + std::string(buffer) + " on bus " + bus.text();
 }
 
-uint8_t Device::registerAt(uint32_t reg) const {
+uint16_t Device::registerAt(uint32_t reg) const {
   auto it = registers_.find(reg);
-  return it == registers_.end() ? fill_ : it->second;
+  if (it != registers_.end()) return it->second;
+  return width(reg) == 2 ? static_cast<uint16_t>(fill_ * 0x101) : fill_;
 }
+
+unsigned Device::width(uint32_t reg) const { return chip_ ? chip_->width(reg) : 1; }
 
 void Device::makeMux(std::vector<MuxChannel> channels) {
   mux_ = true;
@@ -63,7 +68,8 @@ void Device::makeMux(std::vector<MuxChannel> channels) {
 }
 
 AccessResult Device::apply(const Access& access) {
-  return mux_ ? applyToMux(access) : applyToRegisters(access);
+  if (mux_) return applyToMux(access);
+  return chip_ ? applyToChip(access) : applyToRegisters(access);
 }
 
 // A PCA9548 has nothing but its control register: a send-byte loads it
@@ -82,7 +88,7 @@ AccessResult Device::applyToMux(const Access& access) {
 std::string Device::readRun(uint32_t reg, uint32_t count, uint32_t mask) const {
   std::string bytes;
   bytes.reserve(count);
-  for (uint32_t i = 0; i < count; ++i) bytes.push_back(static_cast<char>(registerAt((reg + i) & mask)));
+  for (uint32_t i = 0; i < count; ++i) bytes.push_back(static_cast<char>(registerAt((reg + i) & mask) & 0xFF));
   return bytes;
 }
 
@@ -124,19 +130,58 @@ AccessResult Device::applyToRegisters(const Access& a) {
       if (a.data.size() != 2) return failed("process call needs 2 data bytes");
       writeRun(a.reg, a.data, mask);
       return answered(readRun(a.reg, 2, mask));
-    case Smbus::BLOCK_READ: {
-      auto it = blocks_.find(a.reg);
-      if (it == blocks_.end()) return failed("no block at this register");
-      return answered(it->second);
-    }
+    case Smbus::BLOCK_READ:
     case Smbus::BLOCK_WRITE:
-      if (a.data.size() != a.length) return failed("data does not match length");
-      if (a.data.size() > kMaxBlockBytes) return failed("block longer than 255 bytes");
-      blocks_[a.reg] = a.data;
-      return answered();
+      return applyToBlocks(a);
     default:
       return failed("unknown request type");
   }
+}
+
+// A chip answers for each register on its own. A read of n bytes gets the
+// register's bytes in the chip's order, and 0xff past its end, where nobody
+// drives the bus; receive-byte reads the register last addressed. A write
+// brings exactly the register's bytes. A send-byte addresses a register (the
+// LM75's pointer) or is a command without data (PMBus CLEAR_FAULTS: the
+// emulated faults stand, so nothing is cleared).
+AccessResult Device::applyToChip(const Access& a) {
+  const uint32_t reg = a.reg & chip_->pointerMask;
+  switch (a.type) {
+    case Smbus::READ: {
+      if (a.length != 0) pointer_ = reg;
+      if (auto block = blocks_.find(pointer_); block != blocks_.end() && a.length != 0) {
+        return answered(blockRun(block->second, a.length));  // MFR_MODEL and the like
+      }
+      std::string bytes = chip_->wireBytes(pointer_, registerAt(pointer_));
+      bytes.resize(std::max<uint32_t>(a.length, 1), '\xff');
+      return answered(std::move(bytes));
+    }
+    case Smbus::WRITE:
+      pointer_ = reg;
+      if (a.length == 0) return answered();
+      if (a.data.size() != a.length || a.length != chip_->width(reg)) {
+        return failed(chip_->width(reg) == 1 ? "the register holds 1 byte" : "the register holds 2 bytes");
+      }
+      registers_[reg] = static_cast<uint16_t>(chip_->fromWire(reg, a.data));
+      return answered();
+    case Smbus::BLOCK_READ:
+    case Smbus::BLOCK_WRITE:
+      return applyToBlocks(a);
+    default:
+      return failed(std::string("the ") + chip_->name + " takes no such request");
+  }
+}
+
+AccessResult Device::applyToBlocks(const Access& a) {
+  if (a.type == Smbus::BLOCK_READ) {
+    auto it = blocks_.find(a.reg);
+    if (it == blocks_.end()) return failed("no block at this register");
+    return answered(it->second);
+  }
+  if (a.data.size() != a.length) return failed("data does not match length");
+  if (a.data.size() > kMaxBlockBytes) return failed("block longer than 255 bytes");
+  blocks_[a.reg] = a.data;
+  return answered();
 }
 
 Segment& Board::addSegment(const BusKey& key, const BusKey& root) {

@@ -1,7 +1,8 @@
 #pragma once
 // The emulated board: SMBus segments keyed the way requests address them,
-// register devices and PCA9548-style multiplexers whose control byte really
-// connects their downstream segments to the wire.
+// register devices, chips with registers of their own widths (Chips.h) and
+// PCA9548-style multiplexers whose control byte really connects their
+// downstream segments to the wire.
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -59,6 +60,8 @@ struct AccessResult {
   std::string error;  // why the access failed
 };
 
+struct Chip;
+
 struct MuxChannel {
   unsigned channel = 0;  // control bit
   BusKey bus;            // the downstream bus
@@ -69,8 +72,11 @@ class Device {
   explicit Device(uint8_t address) : address_(address) {}
 
   uint8_t address() const { return address_; }
-  void setRegister(uint32_t reg, uint8_t value) { registers_[reg] = value; }
-  uint8_t registerAt(uint32_t reg) const;
+  // A register's value: one byte, or on a chip as wide as the register.
+  void setRegister(uint32_t reg, uint16_t value) { registers_[reg] = value; }
+  uint16_t registerAt(uint32_t reg) const;
+  // Bytes in a register: 1, or the chip's width of it.
+  unsigned width(uint32_t reg) const;
   void setFill(uint8_t fill) { fill_ = fill; }
   void setBlock(uint32_t reg, std::string bytes) { blocks_[reg] = std::move(bytes); }
   // Devices decoding the whole register word (register-mapped logic behind a
@@ -80,6 +86,8 @@ class Device {
 
   void makeMux(std::vector<MuxChannel> channels);
   bool isMux() const { return mux_; }
+  void makeChip(const Chip* chip) { chip_ = chip; }
+  const Chip* chip() const { return chip_; }
   uint8_t control() const { return control_; }
   const std::vector<MuxChannel>& channels() const { return channels_; }
 
@@ -90,6 +98,8 @@ class Device {
  private:
   AccessResult applyToRegisters(const Access& access);
   AccessResult applyToMux(const Access& access);
+  AccessResult applyToChip(const Access& access);
+  AccessResult applyToBlocks(const Access& access);
   std::string readRun(uint32_t reg, uint32_t count, uint32_t mask) const;
   std::string blockRun(const std::string& block, uint32_t count) const;
   void writeRun(uint32_t reg, const std::string& bytes, uint32_t mask);
@@ -98,11 +108,12 @@ class Device {
   uint8_t fill_ = 0;
   bool fullRegister_ = false;
   uint32_t pointer_ = 0;  // register of receive-byte, set by the last access
-  std::map<uint32_t, uint8_t> registers_;
+  std::map<uint32_t, uint16_t> registers_;
   std::map<uint32_t, std::string> blocks_;
   bool mux_ = false;
   uint8_t control_ = 0;
   std::vector<MuxChannel> channels_;
+  const Chip* chip_ = nullptr;
   std::optional<Fault> fault_;
 };
 

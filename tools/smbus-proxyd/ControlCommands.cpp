@@ -116,9 +116,10 @@ std::string clearCommand(Emulator& emulator, const Words& w, const std::string&)
   return "ok";
 }
 
-std::string hexByte(uint8_t value) {
-  char text[8];
-  std::snprintf(text, sizeof(text), "0x%02x", value);
+// "0x3f" for a byte, "0x2080" for a chip's word register.
+std::string hexValue(uint32_t value, unsigned width) {
+  char text[16];
+  std::snprintf(text, sizeof(text), "0x%0*x", static_cast<int>(2 * width), value);
   return text;
 }
 
@@ -126,17 +127,18 @@ std::string hexByte(uint8_t value) {
 std::string peekCommand(Emulator& emulator, const Words& w, const std::string&) {
   if (w.size() != 3) throw CommandError("usage: peek DEVICE REGISTER");
   Device& d = device(emulator, w[1]);
-  if (d.isMux()) return "ok " + hexByte(d.control());
-  return "ok " + hexByte(d.registerAt(static_cast<uint32_t>(number(w[2], 0xFFFFFFFFu, "register"))));
+  if (d.isMux()) return "ok " + hexValue(d.control(), 1);
+  const auto reg = static_cast<uint32_t>(number(w[2], 0xFFFFFFFFu, "register"));
+  return "ok " + hexValue(d.registerAt(reg), d.width(reg));
 }
 
-// poke DEVICE REGISTER VALUE
+// poke DEVICE REGISTER VALUE; a value as wide as the register.
 std::string pokeCommand(Emulator& emulator, const Words& w, const std::string&) {
   if (w.size() != 4) throw CommandError("usage: poke DEVICE REGISTER VALUE");
   Device& d = device(emulator, w[1]);
   if (d.isMux()) throw CommandError("a multiplexer has no registers");
-  d.setRegister(static_cast<uint32_t>(number(w[2], 0xFFFFFFFFu, "register")),
-                static_cast<uint8_t>(number(w[3], 0xFF, "value")));
+  const auto reg = static_cast<uint32_t>(number(w[2], 0xFFFFFFFFu, "register"));
+  d.setRegister(reg, static_cast<uint16_t>(number(w[3], d.width(reg) == 2 ? 0xFFFF : 0xFF, "value")));
   return "ok";
 }
 

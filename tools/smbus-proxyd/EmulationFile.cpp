@@ -12,6 +12,7 @@
 #include <initializer_list>
 #include <sstream>
 
+#include "Chips.h"
 #include "KeldoUtil/Smbus.pb.h"
 
 namespace SmbusProxyd {
@@ -174,7 +175,7 @@ class BoardReader {
   }
 
   void readDevice(const Node& node, const BusKey& bus, const BusKey& root) {
-    node.expectObject({"address", "registers", "fill", "blocks", "eeprom", "fullRegister", "fault", "mux"});
+    node.expectObject({"address", "registers", "fill", "blocks", "eeprom", "fullRegister", "fault", "mux", "chip"});
     uint8_t address = static_cast<uint8_t>(node.member("address").number(0x7F));
     auto [it, added] = board_.segment(bus)->devices.emplace(address, Device(address));
     if (!added) node.member("address").fail("address used twice on this bus");
@@ -185,11 +186,16 @@ class BoardReader {
       }
       readMux(node.member("mux"), device, bus, root);
     }
+    if (node.has("chip")) readChip(node, device);
     if (node.has("fullRegister")) device.setFullRegister(node.member("fullRegister").boolean());
     const uint64_t regMax = device.fullRegister() ? 0xFFFFFFFFu : 0xFFFFu;
     if (node.has("fill")) device.setFill(static_cast<uint8_t>(node.member("fill").number(0xFF)));
     if (node.has("eeprom")) readEeprom(node.member("eeprom"), device);
-    if (node.has("registers")) readRegisters(node.member("registers"), device, regMax);
+    if (node.has("registers") && device.chip()) {
+      readChipRegisters(node.member("registers"), device);
+    } else if (node.has("registers")) {
+      readRegisters(node.member("registers"), device, regMax);
+    }
     if (node.has("blocks")) {
       node.member("blocks").forEachNumberedMember(regMax, [&](uint64_t reg, const Node& block) {
         std::string bytes = block.bytes();
@@ -208,6 +214,44 @@ class BoardReader {
         device.setRegister(static_cast<uint32_t>(reg + i), static_cast<uint8_t>(run[i]));
       }
     });
+  }
+
+  void readChip(const Node& node, Device& device) {
+    if (node.has("mux") || node.has("eeprom") || node.has("fullRegister")) {
+      node.fail("a chip has no multiplexer, EEPROM image or full register word");
+    }
+    const Node name = node.member("chip");
+    const Chip* chip = chipNamed(name.string());
+    if (!chip) name.fail("unknown chip \"" + name.string() + "\" (" + chipNames() + ")");
+    device.makeChip(chip);
+  }
+
+  // A value is the register's raw contents (one byte or a word), or an object
+  // that states it in one engineering unit: {"celsius": 32.5}. Raw values go
+  // first, so that a unit may depend on them (READ_VOUT on VOUT_MODE).
+  void readChipRegisters(const Node& node, Device& device) {
+    const Chip& chip = *device.chip();
+    for (bool inUnits : {false, true}) {
+      node.forEachNumberedMember(chip.pointerMask, [&](uint64_t number, const Node& value) {
+        const auto reg = static_cast<uint32_t>(number);
+        if (value.value.IsObject() != inUnits) return;
+        const uint64_t max = device.width(reg) == 2 ? 0xFFFF : 0xFF;
+        device.setRegister(reg, static_cast<uint16_t>(inUnits ? unitValue(value, device, reg) : value.number(max)));
+      });
+    }
+  }
+
+  static uint16_t unitValue(const Node& node, const Device& device, uint32_t reg) {
+    if (device.width(reg) != 2) node.fail("a byte register takes a raw value");
+    if (node.value.MemberCount() != 1) node.fail("expected one unit and its value, e.g. {\"celsius\": 32.5}");
+    const auto& unit = *node.value.MemberBegin();
+    const Node value{unit.value, node.path + "." + unit.name.GetString()};
+    if (!value.value.IsNumber()) value.fail("expected a number");
+    try {
+      return encodeUnit(device, unit.name.GetString(), value.value.GetDouble());
+    } catch (const std::invalid_argument& e) {
+      value.fail(e.what());
+    }
   }
 
   void readEeprom(const Node& node, Device& device) {

@@ -33,10 +33,12 @@ Plugin& plugin() {
 }
 
 // One panel component per test, so that each gets a device and a file of its
-// own; device 17 carries a GPIO line.
+// own; device 17 carries a GPIO line, 18 is an LM75 and 19 a PMBus supply.
 const char* kTopology = R"([{"type": "I2C", "ham": "SimHam", "id": 1, "label": "bus1", "devices": [
     {"did": 16, "label": "panel", "components": [{"uid": 101}, {"uid": 102}, {"uid": 103}]},
-    {"did": 17, "label": "lines", "components": [{"uid": 201}]}]}])";
+    {"did": 17, "label": "lines", "components": [{"uid": 201}]},
+    {"did": 18, "label": "lm75", "components": [{"uid": 301}]},
+    {"did": 19, "label": "psu", "components": [{"uid": 401}]}]}])";
 
 std::string object(const char* driver, unsigned int did, unsigned int uid, const char* name,
                    const std::string& driverArgs = "") {
@@ -60,6 +62,10 @@ class HostObjects : public ::testing::Test {
   template <typename Handle>
   Handle* add(const char* entry, const std::string& json) {
     return FakeHost::keep(plugin().sym<Handle* (*)(const char*)>(entry)(json.c_str()));
+  }
+  pl_temp_sensor* addSensor(const std::string& json, float alert, float critical) {
+    return FakeHost::keep(plugin().sym<pl_temp_sensor* (*)(const char*, float, float)>("pl_temp_sensor_add")(
+        json.c_str(), alert, critical));
   }
 };
 
@@ -124,6 +130,34 @@ TEST_F(HostObjects, GpioLinesFlipRegisterBits) {
   EXPECT_TRUE(FakeHost::hasTrace("WARNING: Simulated Driver GpioDriver doesn't yet have expectedVal set for "
                                  "register 0x50 using SIMULATION_HAM()\n",
                                  0));
+}
+
+// The simulated chips: an LM75 at 39 degrees, also once the add has written
+// both thresholds (each word's high byte spills into the next register's
+// text); a supply that is off, so power not good, with every electrical
+// reading 0 and 38 degrees on sensor 1; its fans answer 4, since
+// STATUS_FANS_1_2 has no simulated value.
+TEST_F(HostObjects, SimulatedSensorAndSupplyGiveTheirStatedReadings) {
+  pl_temp_sensor* lm75 = addSensor(object("LM75", 18, 301, "lm75"), 75.0f, 85.5f);
+  pl_psu* psu = add<pl_psu>("pl_psu_add", object("Pmbus", 19, 401, "psu"));
+  pl_temp_sensor* sensor1 = addSensor(object("Pmbus", 19, 401, "psu", R"("sensorId": "1", "tempSensor": "1")"), 0, 0);
+  pl_fan* fan = add<pl_fan>("pl_fan_add", object("Pmbus", 19, 401, "psu", R"("fanId": "2", "maxFanRpm": "9", "pec": "")"));
+  ASSERT_TRUE(lm75 && psu && sensor1 && fan);
+  float celsius[2] = {}, value = -1;
+  EXPECT_EQ(0, lm75->ops->get_temperature(lm75, &celsius[0]) + sensor1->ops->get_temperature(sensor1, &celsius[1]));
+  EXPECT_EQ(std::make_pair(39.0f, 38.0f), std::make_pair(celsius[0], celsius[1]));
+  EXPECT_EQ("270080\n", simFile("LM75-lm75"));
+  const pl_psu_ops& ops = *psu->ops;
+  for (auto get : {ops.get_input_voltage, ops.get_input_current, ops.get_output_voltage, ops.get_output_current,
+                   ops.get_input_power, ops.get_output_power}) {
+    EXPECT_EQ(PL_STATUS_OK, get(psu, &value));
+    EXPECT_EQ(0.0f, value);
+    value = -1;
+  }
+  int ok = -1, rpm = -1;
+  EXPECT_EQ(PL_STATUS_OK, ops.get_power_ok(psu, &ok));
+  EXPECT_EQ(PL_STATUS_UNAVAILABLE, fan->ops->get_rpm(fan, &rpm));
+  EXPECT_EQ(std::make_pair(0, -1), std::make_pair(ok, rpm));
 }
 
 }  // namespace

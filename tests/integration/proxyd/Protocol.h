@@ -28,8 +28,10 @@ struct Place {
 constexpr Place kMux70{Smbus::I2C, 0, 0, 3, 0x70};
 constexpr Place kMux71{Smbus::I2C, 0, 0, 3, 0x71};
 constexpr Place kLm75{Smbus::I2C, 0, 0, 10, 0x48};      // mux 0x70 channel 0
+constexpr Place kLm75Chip{Smbus::I2C, 0, 0, 10, 0x49};  // mux 0x70 channel 0
 constexpr Place kEeprom{Smbus::I2C, 0, 0, 12, 0x50};    // mux 0x70 channel 2
 constexpr Place kPmbus{Smbus::I2C, 0, 0, 12, 0x58};     // mux 0x70 channel 2
+constexpr Place kPmbusChip{Smbus::I2C, 0, 0, 12, 0x59}; // mux 0x70 channel 2
 constexpr Place kOther48{Smbus::I2C, 0, 0, 21, 0x48};   // mux 0x71 channel 1
 constexpr Place kDead{Smbus::I2C, 0, 0, 3, 0x3c};       // NAKs by the file's fault
 constexpr Place kCpld{Smbus::SCD, 0xff00, 1, 2, 0x23};  // 16-bit registers, the rest reads 0xff

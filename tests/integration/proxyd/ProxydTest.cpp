@@ -107,6 +107,15 @@ TEST_F(EmulatorTest, EachRequestTypeAnswersAsOnTheWire) {
        {entry(kPmbus, Smbus::BLOCK_WRITE, 0x9a, 3, "XYZ"), entry(kPmbus, Smbus::BLOCK_READ, 0x9a)}, "XYZ"},
       {"send byte sets the pointer", 0x04, {entry(kEeprom, Smbus::WRITE, 5, 0), entry(kEeprom, Smbus::READ, 0, 0)},
        "f"},  // "TlvInfo"[5]
+      // Chips: each register on its own, an LM75 word most significant byte first, a PMBus word low byte first.
+      {"LM75 word", 0x01, {entry(kLm75Chip, Smbus::READ, 0x00, 2)}, "\x20\x80"},
+      {"LM75 word written", 0x01, {entry(kLm75Chip, Smbus::WRITE, 0x02, 2, "\x55\x80"), entry(kLm75Chip, Smbus::READ, 0x02, 2)}, "\x55\x80"},
+      {"LM75 neighbour kept, pointer of two bits", 0x01, {entry(kLm75Chip, Smbus::READ, 0x07, 2)}, "\xff\x80"},
+      {"PMBus word", 0x04, {entry(kPmbusChip, Smbus::READ, 0x8b, 2)}, std::string("\x00\x18", 2)},
+      {"PMBus word in units", 0x04, {entry(kPmbusChip, Smbus::READ, 0x88, 2)}, "\x98\xf3"},
+      {"PMBus byte, 0xff past it", 0x04, {entry(kPmbusChip, Smbus::WRITE, 0x03, 0), entry(kPmbusChip, Smbus::READ, 0x20, 2)}, "\x17\xff"},
+      {"PMBus width", 0x04, {entry(kPmbusChip, Smbus::WRITE, 0x20, 2, "\x17\x00")},
+       "entry 1 (WRITE): the register holds 1 byte; device 0x59 on bus I2C pci 0x00000000 accel 0 bus 12; 1 attempts"},
   };
   for (const auto& c : cases) {
     std::vector<Smbus::Request> entries = {select(kMux70, c.mux70)};

@@ -36,14 +36,16 @@ TEST(ReferenceHost, ReportsEveryObjectOfTheExampleBoard) {
   for (const char* line : {"pl_system_init       0", "pl_smbus_init        0", "psu1-present             bit=1",
                            "psu1-power-good          bit=1", "psu1-eeprom              readByte=0x54",
                            "psu2-slot                presence=1 psuId=2 modelName=\"PS-2471-1AZ1-LF\" serialNum=\"LSN2471B0002\"",
-                           "psu1-vout-mode           readByte=0x17", "board-temperature        readByte=0x27",
-                           "0 failure(s)"}) {
+                           "psu1-vout-mode           readByte=0x17", "board-temperature        readByte=0x20",
+                           "inlet                    temperature=32.5C",
+                           "psu1                     powerOk=1 vin=230.00V iin=1.50A pin=345.0W vout=12.00V",
+                           "psu2-fan2                speed=9200rpm", "0 failure(s)"}) {
     EXPECT_NE(out.find(line), std::string::npos) << "missing: " << line << "\n" << out;
   }
   // Every proxied read behind the PCA9548 travels as select, read, reset.
   const std::string log = readFile(run.file("transactions.log"));
   EXPECT_NE(log.find("addr=0x70 type=WRITE reg=0x4 len=0"), std::string::npos) << log;
-  EXPECT_NE(log.find("addr=0x48 type=READ reg=0x0 len=1 data=- result=ok answer=27"), std::string::npos) << log;
+  EXPECT_NE(log.find("addr=0x48 type=READ reg=0x0 len=1 data=- result=ok answer=20"), std::string::npos) << log;
 }
 
 }  // namespace
