@@ -86,8 +86,9 @@ TEST(IpmiCollector, ThePluginReadsWhatItWroteThroughTheIpmiDriver) {
   EXPECT_TRUE(FakeHost::hasTrace("Failed to read from cache", 0));
   EXPECT_EQ(sensor->ops->get_temperature(sensor, &value), PL_STATUS_UNAVAILABLE);
   std::filesystem::remove(kCache);
-  writeFile(kCache, "PSU1_TEMP_1 hot\n");
+  writeFile(kCache, "PSU1_TEMP_1 hot\nFAN_1 9000\n");
   poll();
+  EXPECT_EQ(fan->ops->get_rpm(fan, &number), 0);
   EXPECT_EQ(sensor->ops->get_temperature(sensor, &value), PL_STATUS_UNAVAILABLE);  // no number
   EXPECT_EQ(tray->ops->get_presence(tray, nullptr), 0);
 }
