@@ -8,6 +8,7 @@ cd "$(dirname "$0")/../src"
 layer() {
   case "$1" in
     keldo/* | KeldoUtil/* | PlatformLibrary/* | Keldo.h | Zanty.h) echo 0 ;;  # host interface, utilities, declarations
+    Components/PollingDevice.h) echo 0 ;;  # needs only the host's timers: devices and access methods poll with it
     AhamAddress.*) echo 1 ;;
     Drivers/Drivers.*) echo 2 ;;  # DriverArgs
     Topology.*) echo 3 ;;

@@ -5,10 +5,13 @@
 
 #include "Drivers/Dummy.h"
 #include "Drivers/GenericSmbusMux.h"
+#include "Drivers/Ipmi.h"
 #include "Drivers/LM75.h"
 #include "Drivers/Pmbus.h"
+#include "Drivers/PsuSlot.h"
 #include "Drivers/SmbusProxyDriver.h"
 #include "Drivers/Zant/ZantCPLDs.h"
+#include "Ham/IpmiToolHam.h"
 #include "Ham/KeldoSmbusHam.h"
 #include "Ham/SimHam.h"
 
@@ -24,6 +27,8 @@ std::map<std::string, DriverFactory> driverRows() {
       {"LM75", LM75::create},
       {"Pmbus", Pmbus::create},
       {"ZantYCPLD", ZantYCPLD::create},
+      {"PsuSlot", PsuSlot::create},
+      {"Ipmi", Ipmi::create},
   };
   if (addExtraDriverRows != nullptr) {
     addExtraDriverRows(rows);
@@ -45,6 +50,7 @@ const std::map<std::string, HamFactory> hams = {
 };
 
 const std::map<std::string, IpmiHamFactory> ipmiHams = {
+    {"IpmiTool", IpmiToolHam::create},
 };
 
 }  // namespace Ham

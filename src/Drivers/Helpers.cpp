@@ -8,6 +8,7 @@
 #include "Components/Gpio.h"
 #include "Components/HardwareDevice.h"
 #include "Drivers/Drivers.h"
+#include "Ham/SharedMap.h"
 #include "KeldoUtil/Assert.h"
 #include "Topology.h"
 
@@ -80,15 +81,18 @@ pl_status runCmd(const char* command, std::string& output, unsigned int timeoutS
   }
 }
 
-std::string trim(const std::string& text) {
-  static const char blanks[] = " \t";
-  const std::string::size_type first = text.find_first_not_of(blanks);
-  if (first == std::string::npos) {
-    return std::string();
-  }
-  const std::string::size_type last = text.find_last_not_of(blanks);
-  return text.substr(first, last - first + 1);
+const std::string* findArg(const DriverArgs& args, const std::string& key) {
+  const auto it = args.driverArgs.find(key);
+  return it == args.driverArgs.end() ? nullptr : &it->second;
 }
+
+bool isTrueArg(const DriverArgs& args, const std::string& key) {
+  const std::string* text = findArg(args, key);
+  return text != nullptr && *text == "true";
+}
+
+// One definition of the blanks: the shared key/value file trims the same way.
+std::string trim(const std::string& text) { return Ham::trimWhitespace(text); }
 
 bool zeroChecksum(const std::string& bytes) {
   uint8_t sum = 0;

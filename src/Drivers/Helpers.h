@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "Drivers/Drivers.h"
 #include "keldo/pl_host.h"
 
 namespace Component {
@@ -41,6 +42,11 @@ class FormatFdl {
 // standard output. 0 on exit status 0, 4 when the limit expired, 6 otherwise
 // (the output read so far is kept). Never traces.
 pl_status runCmd(const char* command, std::string& output, unsigned int timeoutSeconds);
+
+// The text of a driver setting, or null when the object gives none.
+const std::string* findArg(const DriverArgs& args, const std::string& key);
+// A yes/no setting: true only for the exact text "true".
+bool isTrueArg(const DriverArgs& args, const std::string& key);
 
 // Strips spaces and tabs at both ends; line ends are kept.
 std::string trim(const std::string& text);

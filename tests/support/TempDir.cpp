@@ -1,5 +1,8 @@
 #include "TempDir.h"
 
+#include <sched.h>
+#include <sys/mount.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -28,4 +31,14 @@ std::string readFile(const std::string& path) {
 void writeFile(const std::string& path, const std::string& contents) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out << contents;
+}
+
+bool enterPrivateVarRun() {
+  static const bool entered = [] {
+    std::error_code ec;
+    const std::filesystem::path run = std::filesystem::canonical("/var/run", ec);
+    return !ec && ::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           ::mount("tmpfs", run.c_str(), "tmpfs", 0, "size=16m,mode=0755") == 0;
+  }();
+  return entered;
 }

@@ -6,6 +6,10 @@
 #include <sstream>
 #include <vector>
 
+#include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
 #include "keldo/pl_host.h"
 
 namespace {
@@ -77,10 +81,25 @@ std::string reportPsu(pl_psu* o) {
          field<float>("pout", [&](float* v) { return ops.get_output_power(o, v); }, kWatts);
 }
 
+// A slot's text is the description of the unit in it. A JSON object (a PSU
+// slot's description) shows as its members, so model and serial line up.
+std::string description(const char* text) {
+  rapidjson::Document members;
+  if (members.Parse(text).HasParseError() || !members.IsObject()) return std::string("info=") + text + " ";
+  std::string shown;
+  for (const auto& member : members.GetObject()) {
+    rapidjson::StringBuffer value;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(value);
+    member.value.Accept(writer);
+    shown += std::string(member.name.GetString()) + "=" + value.GetString() + " ";
+  }
+  return shown;
+}
+
 std::string reportSlot(pl_slot* o) {
   char* text = nullptr;
   pl_status s = o->ops->get_presence(o, &text);
-  return "presence=" + std::to_string(s) + " " + (text != nullptr ? std::string("info=") + text + " " : "");
+  return "presence=" + std::to_string(s) + " " + (text != nullptr ? description(text) : "");
 }
 
 // Presence getters return the answer itself rather than a status.

@@ -83,6 +83,14 @@ std::string Device::readRun(uint32_t reg, uint32_t count, uint32_t mask) const {
   return bytes;
 }
 
+// A PMBus device answers a plain read of a block command as it answers a
+// block read: the byte count, then the bytes; past them it answers the fill.
+std::string Device::blockRun(const std::string& block, uint32_t count) const {
+  std::string bytes = std::string(1, static_cast<char>(block.size())) + block;
+  bytes.resize(count, static_cast<char>(fill_));
+  return bytes;
+}
+
 void Device::writeRun(uint32_t reg, const std::string& bytes, uint32_t mask) {
   for (size_t i = 0; i < bytes.size(); ++i) {
     registers_[(reg + static_cast<uint32_t>(i)) & mask] = static_cast<uint8_t>(bytes[i]);
@@ -102,6 +110,7 @@ AccessResult Device::applyToRegisters(const Access& a) {
         return answered(readRun(reg, 1, mask));
       }
       pointer_ = (a.reg + a.length) & mask;
+      if (auto block = blocks_.find(a.reg); block != blocks_.end()) return answered(blockRun(block->second, a.length));
       return answered(readRun(a.reg, a.length, mask));
     case Smbus::WRITE:
       if (a.data.size() != a.length) return failed("data does not match length");
@@ -131,6 +140,9 @@ AccessResult Device::applyToChip(const Access& a) {
   switch (a.type) {
     case Smbus::READ: {
       if (a.length != 0) pointer_ = reg;
+      if (auto block = blocks_.find(pointer_); block != blocks_.end() && a.length != 0) {
+        return answered(blockRun(block->second, a.length));  // MFR_MODEL and the like
+      }
       std::string bytes = chip_->wireBytes(pointer_, registerAt(pointer_));
       bytes.resize(std::max<uint32_t>(a.length, 1), '\xff');
       return answered(std::move(bytes));

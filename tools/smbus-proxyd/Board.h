@@ -109,6 +109,7 @@ class Device {
   AccessResult applyToChip(const Access& access);
   AccessResult applyToBlocks(const Access& access);
   std::string readRun(uint32_t reg, uint32_t count, uint32_t mask) const;
+  std::string blockRun(const std::string& block, uint32_t count) const;
   void writeRun(uint32_t reg, const std::string& bytes, uint32_t mask);
 
   uint8_t address_;

@@ -35,6 +35,7 @@ TEST(ReferenceHost, ReportsEveryObjectOfTheExampleBoard) {
   const std::string out = readFile(run.file("host.out"));
   for (const char* line : {"pl_system_init       0", "pl_smbus_init        0", "psu1-present             bit=1",
                            "psu1-power-good          bit=1", "psu1-eeprom              readByte=0x54",
+                           "psu2-slot                presence=1 psuId=2 modelName=\"PS-2471-1AZ1-LF\" serialNum=\"LSN2471B0002\"",
                            "psu1-vout-mode           readByte=0x17", "board-temperature        readByte=0x20",
                            "inlet                    temperature=32.5C",
                            "psu1                     powerOk=1 vin=230.00V iin=1.50A pin=345.0W vout=12.00V",
